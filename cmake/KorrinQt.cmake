@@ -1,0 +1,33 @@
+# The one place that knows the Qt major. Everything else links Korrin::Qt, and tests Korrin::QtTest.
+set(KORRIN_QT_MAJOR 6 CACHE STRING "Qt major version to build against: 5 or 6")
+set_property(CACHE KORRIN_QT_MAJOR PROPERTY STRINGS 5 6)
+
+add_library(korrin_qt INTERFACE)
+add_library(Korrin::Qt ALIAS korrin_qt)
+
+if(KORRIN_QT_MAJOR EQUAL 6)
+  find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network Core5Compat)
+  target_link_libraries(korrin_qt INTERFACE Qt6::Core Qt6::Network Qt6::Core5Compat)
+elseif(KORRIN_QT_MAJOR EQUAL 5)
+  find_package(Qt5 5.15 REQUIRED COMPONENTS Core Network Xml)
+  target_link_libraries(korrin_qt INTERFACE Qt5::Core Qt5::Network Qt5::Xml)
+  # 5.15 marks its SAX reader as deprecated, which Qt 6 keeps in Core5Compat.
+  target_compile_definitions(korrin_qt INTERFACE QT_DEPRECATED_WARNINGS_SINCE=0x050E00)
+else()
+  message(FATAL_ERROR "KORRIN_QT_MAJOR must be 5 or 6, not \"${KORRIN_QT_MAJOR}\"")
+endif()
+
+target_compile_features(korrin_qt INTERFACE cxx_std_17)
+target_compile_definitions(korrin_qt INTERFACE
+  QT_NO_CAST_FROM_ASCII
+  QT_NO_CAST_TO_ASCII
+  QT_NO_KEYWORDS
+  QT_NO_FOREACH
+)
+
+if(KORRIN_BUILD_TESTS)
+  find_package(Qt${KORRIN_QT_MAJOR} REQUIRED COMPONENTS Test)
+  add_library(korrin_qt_test INTERFACE)
+  add_library(Korrin::QtTest ALIAS korrin_qt_test)
+  target_link_libraries(korrin_qt_test INTERFACE korrin_qt Qt${KORRIN_QT_MAJOR}::Test)
+endif()

@@ -1,0 +1,13 @@
+# Warning flags as an interface target; errors only where asked for (the presets that CI builds).
+add_library(korrin_warnings INTERFACE)
+add_library(Korrin::Warnings ALIAS korrin_warnings)
+
+set(_common -Wall -Wextra -Wpedantic -Wshadow -Wcast-align -Wundef -Wformat=2)
+if(KORRIN_WARNINGS_AS_ERRORS)
+  list(APPEND _common -Werror)
+endif()
+target_compile_options(korrin_warnings INTERFACE
+  ${_common}
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>
+  $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes>
+)

@@ -1,0 +1,6 @@
+#include "downloader.h"
+
+bool Downloader::start()
+{
+    return startGetRequest();
+}

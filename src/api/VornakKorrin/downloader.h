@@ -1,0 +1,17 @@
+#ifndef KORRIN_DOWNLOADER_H
+#define KORRIN_DOWNLOADER_H
+
+#include "httptask.h"
+
+/// Receives with a GET; whatever arrives is the data.
+class Downloader : public HttpTask
+{
+    Q_OBJECT
+
+public:
+    using HttpTask::HttpTask;
+
+    bool start() override;
+};
+
+#endif

@@ -1,0 +1,304 @@
+#include "handlemanager.h"
+
+#include "client.h"
+#include "clouderror.h"
+#include "cloudhandle.h"
+#include "debugoutput.h"
+#include "httptask.h"
+
+#include <QMutexLocker>
+
+#include <new>
+
+HandleManager *HandleManager::instance = nullptr;
+
+namespace
+{
+
+const QString SOURCE_NAME = QStringLiteral("handlemanager");
+constexpr int CREATE_HANDLE_LINE = 26;
+constexpr int CLONE_HANDLE_LINE = 62;
+
+void traceOutOfMemory(const std::exception &exception, const QString &function, int line)
+{
+    DebugOutput() << Error(errors::OUT_OF_MEMORY).getSummary();
+    DebugOutput() << makeOutOfMemoryTrace(exception, function, SOURCE_NAME, line);
+}
+
+void traceInvalidHandle()
+{
+    DebugOutput() << Error(errors::INVALID_HANDLE).getSummary();
+}
+
+void cancel(CloudHandle *record)
+{
+    QMutexLocker locker(&record->mutex);
+    record->cancelled = true;
+    if (record->currentHttpTask)
+        record->currentHttpTask->quit();
+}
+
+template <typename Field>
+bool store(const QSharedPointer<CloudHandle> &record, Field CloudHandle::*field, const Field &value)
+{
+    if (!record)
+        return false;
+    // The old value dies after the mutex is released: a client's end may be somebody else's code.
+    Field newValue = value;
+    QMutexLocker locker(&record->mutex);
+    qSwap(record.data()->*field, newValue);
+    locker.unlock();
+    return true;
+}
+
+template <typename Field>
+Field load(const QSharedPointer<CloudHandle> &record, Field CloudHandle::*field)
+{
+    if (!record)
+        return Field();
+    QMutexLocker locker(&record->mutex);
+    return record.data()->*field;
+}
+
+} // namespace
+
+HandleManager *HandleManager::getInstance()
+{
+    if (!instance)
+        instance = new HandleManager;
+    return instance;
+}
+
+void HandleManager::destroyInstance()
+{
+    delete instance;
+    instance = nullptr;
+}
+
+void *HandleManager::createHandle()
+{
+    QSharedPointer<CloudHandle> record;
+    try {
+        record = QSharedPointer<CloudHandle>::create();
+        append(record);
+        CloudError(errors::NONE).saveToHandle(record.data());
+        return record.data();
+    } catch (const std::bad_alloc &exception) {
+        take(record.data());
+        traceOutOfMemory(exception, QStringLiteral("createHandle"), CREATE_HANDLE_LINE);
+        return nullptr;
+    }
+}
+
+void *HandleManager::cloneHandle(void *handle)
+{
+    const QSharedPointer<CloudHandle> source = find(handle);
+    if (!source)
+        return nullptr;
+
+    try {
+        const auto clone = QSharedPointer<CloudHandle>::create();
+        QMutexLocker locker(&source->mutex);
+        clone->client = source->client;
+        clone->parameters = source->parameters;
+        clone->sendFileName = source->sendFileName;
+        clone->sendData = source->sendData;
+        clone->recvData = source->recvData;
+        clone->origin = source.data();
+        locker.unlock();
+
+        append(clone);
+        // A disposal of the source from now on finds the clone; one before this line does not.
+        if (load(source, &CloudHandle::cancelled))
+            cancel(clone.data());
+        return clone.data();
+    } catch (const std::bad_alloc &exception) {
+        traceOutOfMemory(exception, QStringLiteral("cloneHandle"), CLONE_HANDLE_LINE);
+        return nullptr;
+    }
+}
+
+bool HandleManager::containsHandle(const CloudHandle *handle) const
+{
+    return !find(handle).isNull();
+}
+
+bool HandleManager::disposeHandle(void *handle)
+{
+    const QSharedPointer<CloudHandle> record = take(handle);
+    if (!record) {
+        traceInvalidHandle();
+        return false;
+    }
+    cancelExchanges(record);
+    return true;
+}
+
+void HandleManager::disposeAllHandles()
+{
+    QMutexLocker locker(&mutex);
+    const QList<QSharedPointer<CloudHandle>> handles = handleList;
+    locker.unlock();
+    for (const QSharedPointer<CloudHandle> &handle : handles)
+        disposeHandle(handle.data());
+}
+
+QSharedPointer<CloudHandle> HandleManager::acquire(const void *handle) const
+{
+    QMutexLocker locker(&mutex);
+    for (const QSharedPointer<CloudHandle> &record : handleList) {
+        if (record.data() == handle)
+            return record;
+    }
+    return {};
+}
+
+QSharedPointer<CloudHandle> HandleManager::find(const void *handle) const
+{
+    const QSharedPointer<CloudHandle> record = acquire(handle);
+    // Written with no lock held: the host's message handler may call the library.
+    if (!record)
+        traceInvalidHandle();
+    return record;
+}
+
+void HandleManager::append(const QSharedPointer<CloudHandle> &record)
+{
+    QMutexLocker locker(&mutex);
+    handleList.append(record);
+}
+
+QSharedPointer<CloudHandle> HandleManager::take(const void *handle)
+{
+    QMutexLocker locker(&mutex);
+    for (int i = 0; i < handleList.size(); ++i) {
+        if (handleList.at(i).data() == handle)
+            return handleList.takeAt(i);
+    }
+    return {};
+}
+
+void HandleManager::cancelExchanges(const QSharedPointer<CloudHandle> &record) const
+{
+    cancel(record.data());
+    QMutexLocker locker(&mutex);
+    const QList<QSharedPointer<CloudHandle>> handles = handleList;
+    locker.unlock();
+    for (const QSharedPointer<CloudHandle> &other : handles) {
+        if (load(other, &CloudHandle::origin) == record.data())
+            cancel(other.data());
+    }
+}
+
+QString HandleManager::getParameter(void *handle, const QString &key) const
+{
+    const QSharedPointer<CloudHandle> record = find(handle);
+    if (!record)
+        return QStringLiteral("");
+    QMutexLocker locker(&record->mutex);
+    return record->parameters.value(key);
+}
+
+bool HandleManager::setParameter(void *handle, const QString &key, const QString &value)
+{
+    const QSharedPointer<CloudHandle> record = find(handle);
+    if (!record)
+        return false;
+    QMutexLocker locker(&record->mutex);
+    record->parameters.insert(key, value);
+    return true;
+}
+
+bool HandleManager::isParameterEmpty(void *handle, const QString &key) const
+{
+    const QSharedPointer<CloudHandle> record = find(handle);
+    if (!record)
+        return false;
+    QMutexLocker locker(&record->mutex);
+    return record->parameters.value(key).isEmpty();
+}
+
+bool HandleManager::clearParameter(void *handle, const QString &key)
+{
+    return setParameter(handle, key, QString());
+}
+
+bool HandleManager::clearParameter(void *handle, const QStringList &keys)
+{
+    if (!containsHandle(static_cast<CloudHandle *>(handle)))
+        return false;
+    for (const QString &key : keys)
+        clearParameter(handle, key);
+    return true;
+}
+
+QByteArray HandleManager::getSendData(void *handle) const
+{
+    return load(find(handle), &CloudHandle::sendData);
+}
+
+bool HandleManager::setSendData(void *handle, const QByteArray &data)
+{
+    return store(find(handle), &CloudHandle::sendData, data);
+}
+
+QByteArray HandleManager::getRecvData(void *handle) const
+{
+    return load(find(handle), &CloudHandle::recvData);
+}
+
+bool HandleManager::setRecvData(void *handle, const QByteArray &data)
+{
+    return store(find(handle), &CloudHandle::recvData, data);
+}
+
+QString HandleManager::getSendFileName(void *handle) const
+{
+    return load(find(handle), &CloudHandle::sendFileName);
+}
+
+bool HandleManager::setSendFileName(void *handle, const QString &name)
+{
+    return store(find(handle), &CloudHandle::sendFileName, name);
+}
+
+QSharedPointer<Client> HandleManager::getClient(void *handle) const
+{
+    return load(find(handle), &CloudHandle::client);
+}
+
+bool HandleManager::setClient(void *handle, const QSharedPointer<Client> &client)
+{
+    return store(find(handle), &CloudHandle::client, client);
+}
+
+HttpTask *HandleManager::getCurrentHttpTask(void *handle) const
+{
+    return load(find(handle), &CloudHandle::currentHttpTask);
+}
+
+bool HandleManager::setCurrentHttpTask(void *handle, HttpTask *task)
+{
+    return store(find(handle), &CloudHandle::currentHttpTask, task);
+}
+
+const char *HandleManager::getParameterChar(void *handle, const QString &key) const
+{
+    static char empty[1] = "";
+    const QSharedPointer<CloudHandle> record = find(handle);
+    return record ? record->getParameterChar(key) : empty;
+}
+
+const char *HandleManager::getSendDataChar(void *handle) const
+{
+    static char empty[1] = "";
+    const QSharedPointer<CloudHandle> record = find(handle);
+    return record ? record->getSendDataChar() : empty;
+}
+
+const char *HandleManager::getRecvDataChar(void *handle) const
+{
+    static char empty[1] = "";
+    const QSharedPointer<CloudHandle> record = find(handle);
+    return record ? record->getRecvDataChar() : empty;
+}

@@ -1,0 +1,386 @@
+#include "httptask.h"
+
+#include "cloudhandle.h"
+#include "debugoutput.h"
+#include "handlemanager.h"
+#include "qtcompat.h"
+#include "requestquery.h"
+#include "requesturl.h"
+#include "textconversion.h"
+
+#include <QAuthenticator>
+#include <QEventLoop>
+#include <QMutexLocker>
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
+#include <QTimer>
+#include <QUrl>
+
+#include <new>
+
+namespace
+{
+
+constexpr int CONSTRUCTOR_LINE = 47;
+constexpr int DEFAULT_TIMEOUT_MS = 30000;
+constexpr quint32 MS_PER_SECOND = 1000;
+constexpr qsizetype MAX_TRACED_SEND_BYTES = 1000000;
+const QString HTTPS_SCHEME = QStringLiteral("https");
+const QString TRACED_CONTENT_TYPE = QStringLiteral("text/");
+const QByteArray POST_VERB = QByteArrayLiteral("POST");
+
+CloudError makeOutOfMemoryError(const std::bad_alloc &exception)
+{
+    return CloudError(errors::OUT_OF_MEMORY, QString(),
+                      makeOutOfMemoryTrace(exception, QStringLiteral("HttpTask"),
+                                           QStringLiteral("httptask"), CONSTRUCTOR_LINE));
+}
+
+/// Qt's code for a failed exchange, with every answer of status 400 and up among the content
+/// errors: since Qt 5.3 some of them have groups of their own.
+int contentErrorCode(QNetworkReply::NetworkError code, int httpStatus)
+{
+    const bool serverError = code > 400 && code < 500;
+    const bool refusedRequest =
+        code == QNetworkReply::ProtocolInvalidOperationError && httpStatus >= 400;
+    return serverError || refusedRequest ? QNetworkReply::UnknownContentError : code;
+}
+
+int errorNumberOf(int networkErrorCode)
+{
+    switch (networkErrorCode / 100) {
+    case 0:
+        return errors::CONNECTION;
+    case 1:
+        return errors::PROXY;
+    case 2:
+        return errors::CONTENT;
+    case 3:
+        return errors::PROTOCOL;
+    default:
+        return errors::NETWORK;
+    }
+}
+
+/// @p seconds in milliseconds, wrapped to 32 bits.
+int toMilliseconds(int seconds)
+{
+    return static_cast<int>(static_cast<quint32>(seconds) * MS_PER_SECOND);
+}
+
+} // namespace
+
+HttpTask::HttpTask(void *taskHandle, QObject *parent)
+    : QObject(parent), handle(taskHandle),
+      record(HandleManager::getInstance()->acquire(taskHandle)), timeoutMs(DEFAULT_TIMEOUT_MS)
+{
+    try {
+        manager = new QNetworkAccessManager(this);
+        eventLoop = new QEventLoop(this);
+        timer = new QTimer(this);
+    } catch (const std::bad_alloc &exception) {
+        qDeleteAll(children());
+        error = makeOutOfMemoryError(exception);
+        error.saveToHandle(handle);
+        return;
+    }
+
+    setCurrent(this);
+    configureHttpTask();
+    connect(timer, &QTimer::timeout, eventLoop, &QEventLoop::quit);
+    connect(timer, &QTimer::timeout, this, &HttpTask::timeoutError);
+    ready = true;
+}
+
+HttpTask::~HttpTask()
+{
+    setCurrent(nullptr);
+}
+
+bool HttpTask::quit()
+{
+    QMetaObject::invokeMethod(
+        this, [this] { cancelReply(); }, Qt::QueuedConnection);
+    return true;
+}
+
+void HttpTask::configureHttpTask()
+{
+    qtcompat::ignoreNetworkState(manager);
+    configureProxy();
+    configureTimeout();
+    configureRequest();
+}
+
+void HttpTask::configureProxy()
+{
+    const HandleManager *handles = HandleManager::getInstance();
+    if (handles->isParameterEmpty(handle, clouddefs::PKEY_HTTP_PROXY)) {
+        manager->setProxy(QNetworkProxy::NoProxy);
+        return;
+    }
+    const QUrl server(handles->getParameter(handle, clouddefs::PKEY_SERVER_URL));
+    const QUrl url(handles->getParameter(handle, clouddefs::PKEY_HTTP_PROXY));
+    QNetworkProxy proxy(server.scheme() == HTTPS_SCHEME ? QNetworkProxy::HttpProxy
+                                                        : QNetworkProxy::HttpCachingProxy);
+    proxy.setUser(url.userName());
+    proxy.setPassword(url.password());
+    proxy.setHostName(url.host());
+    proxy.setPort(static_cast<quint16>(url.port()));
+    manager->setProxy(proxy);
+    connect(manager, &QNetworkAccessManager::proxyAuthenticationRequired, this,
+            &HttpTask::proxyAuthenication);
+}
+
+void HttpTask::configureTimeout()
+{
+    timer->setSingleShot(true);
+    bool isNumber = false;
+    const int seconds = HandleManager::getInstance()
+                            ->getParameter(handle, clouddefs::PKEY_RECV_TIMEOUT)
+                            .toInt(&isNumber);
+    if (isNumber && seconds >= 1)
+        timeoutMs = toMilliseconds(seconds);
+}
+
+// States what differs between Qt's majors or what a later Qt could change.
+void HttpTask::configureRequest()
+{
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::ManualRedirectPolicy);
+    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+}
+
+bool HttpTask::startGetRequest()
+{
+    const QByteArray query = RequestQuery::fromRawData(getSendData());
+    QUrl url = request.url();
+    url.setQuery(query.isEmpty() ? QString() : QString::fromLatin1(query));
+    request.setUrl(url);
+    HandleManager::getInstance()->setSendData(handle, QByteArray());
+    DebugOutput::writeMarker("-- GET request start --");
+    return startRequest(&HttpTask::getFunc);
+}
+
+bool HttpTask::startPostRequest()
+{
+    DebugOutput::writeMarker("-- POST request start --");
+    return startRequest(&HttpTask::postFunc);
+}
+
+bool HttpTask::startPutRequest()
+{
+    DebugOutput::writeMarker("-- PUT request start --");
+    return startRequest(&HttpTask::putFunc);
+}
+
+bool HttpTask::startRequest(QNetworkReply *(HttpTask::*send)())
+{
+    if (!ready || !init())
+        return false;
+    traceRequest();
+    if (isCancelled()) {
+        error = CloudError(errors::CONNECTION);
+        error.saveToHandle(handle);
+        return false;
+    }
+
+    sessionTime.start();
+    reply = (this->*send)();
+    connectReply();
+    restartTimer();
+    eventLoop->exec(QEventLoop::ExcludeUserInputEvents);
+    timer->stop();
+
+    if (error.number != errors::NONE) {
+        error.saveToHandle(handle);
+        return false;
+    }
+    return processResponse();
+}
+
+void HttpTask::connectReply()
+{
+    connect(reply, &QNetworkReply::uploadProgress, this, &HttpTask::httpUploadProgress);
+    connect(reply, &QNetworkReply::downloadProgress, this, &HttpTask::httpDownloadProgress);
+    connect(reply, &QNetworkReply::finished, this, &HttpTask::httpFinished);
+    connect(reply, &QNetworkReply::errorOccurred, this, &HttpTask::httpError);
+    connect(reply, &QNetworkReply::finished, eventLoop, &QEventLoop::quit);
+
+    // Qt withholds progress signals that follow each other within 100 ms, and all the body's bytes
+    // would pile up in the reply.
+    connect(reply, &QNetworkReply::metaDataChanged, this, &HttpTask::restartTimer);
+    connect(reply, &QNetworkReply::readyRead, this, &HttpTask::restartTimer);
+    connect(reply, &QNetworkReply::readyRead, this, &HttpTask::readReply);
+}
+
+QNetworkReply *HttpTask::getFunc()
+{
+    return manager->get(request);
+}
+
+QNetworkReply *HttpTask::postFunc()
+{
+    // QNetworkAccessManager::post() would add a Content-Type, and warn that it was missing.
+    return manager->sendCustomRequest(request, POST_VERB, getSendData());
+}
+
+QNetworkReply *HttpTask::putFunc()
+{
+    return manager->put(request, getSendData());
+}
+
+bool HttpTask::init()
+{
+    error = CloudError();
+    receivedData.clear();
+    HandleManager::getInstance()->setRecvData(handle, QByteArray());
+    return true;
+}
+
+bool HttpTask::processResponse()
+{
+    return true;
+}
+
+void HttpTask::httpUploadProgress(qint64 bytesSend, qint64 bytesTotal)
+{
+    traceProgress(QStringLiteral("(Sending...)"), bytesSend, bytesTotal);
+}
+
+void HttpTask::httpDownloadProgress(qint64 bytesRecv, qint64 bytesTotal)
+{
+    traceProgress(QStringLiteral("(Receiving...)"), bytesRecv, bytesTotal);
+}
+
+void HttpTask::httpFinished()
+{
+    if (reply->isReadable() && error.number != errors::OUT_OF_MEMORY)
+        appendReceivedData();
+    HandleManager::getInstance()->setRecvData(handle, receivedData);
+    const QString contentType = reply->header(QNetworkRequest::ContentTypeHeader).toString();
+    if (DebugOutput::enabled && contentType.contains(TRACED_CONTENT_TYPE)) {
+        DebugOutput() << QStringLiteral("%1 %2").arg(QStringLiteral("(Received Data)"),
+                                                     textBeforeNul(receivedData));
+    }
+    DebugOutput() << QStringLiteral("(session time) %1 msec").arg(sessionTime.elapsed());
+    DebugOutput::writeMarker("-- request end --");
+    receivedData.clear();
+    reply->deleteLater();
+    reply = nullptr;
+}
+
+void HttpTask::httpError(QNetworkReply::NetworkError networkError)
+{
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    const QVariant reason = reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute);
+    const int code = contentErrorCode(networkError, status.toInt());
+
+    CloudError newError(errorNumberOf(code));
+    newError.text = newError.getDefaultErrorText();
+    if (newError.number == errors::CONTENT)
+        newError.text += QStringLiteral("(%1 %2)").arg(status.toString(), reason.toString());
+    newError.detail = QStringLiteral("%1 (%2: %3 %4)")
+                          .arg(newError.text, QStringLiteral("QNetworkReply"),
+                               QString::number(code), reply->errorString());
+    error = newError;
+}
+
+void HttpTask::timeoutError()
+{
+    const QString value =
+        HandleManager::getInstance()->getParameter(handle, clouddefs::PKEY_RECV_TIMEOUT);
+    error = CloudError(errors::TIMEOUT, QString(), makeDetail(clouddefs::PKEY_RECV_TIMEOUT, value));
+    abandonReply();
+}
+
+void HttpTask::proxyAuthenication(const QNetworkProxy &proxy, QAuthenticator *auth)
+{
+    const QByteArray challenge = reply->readAll();
+    DebugOutput() << QString::fromLatin1(challenge);
+    auth->setUser(proxy.user());
+    auth->setPassword(proxy.password());
+    disconnect(manager, &QNetworkAccessManager::proxyAuthenticationRequired, this,
+               &HttpTask::proxyAuthenication);
+}
+
+void HttpTask::traceRequest() const
+{
+    if (!DebugOutput::enabled)
+        return;
+    DebugOutput() << QStringLiteral("%1 %2").arg(QStringLiteral("(Request URL)"),
+                                                 RequestUrl::toText(request.url()));
+    DebugOutput() << QStringLiteral("%1 %2").arg(
+        QStringLiteral("(Send Data)"), textBeforeNul(getSendData(), MAX_TRACED_SEND_BYTES));
+}
+
+void HttpTask::traceProgress(const QString &label, qint64 bytes, qint64 bytesTotal)
+{
+    restartTimer();
+    if (!DebugOutput::enabled)
+        return;
+    DebugOutput() << QStringLiteral("%1 %2/%3 byte")
+                         .arg(label, QString::number(bytes), QString::number(bytesTotal));
+}
+
+// A negative interval, which a large time-out wraps to, means no time-out.
+void HttpTask::restartTimer()
+{
+    if (reply && timeoutMs >= 0)
+        timer->start(timeoutMs);
+}
+
+void HttpTask::cancelReply()
+{
+    if (reply)
+        reply->abort();
+}
+
+void HttpTask::readReply()
+{
+    if (appendReceivedData())
+        return;
+    abandonReply();
+    eventLoop->quit();
+}
+
+bool HttpTask::appendReceivedData()
+{
+    try {
+        receivedData += reply->readAll();
+        return true;
+    } catch (const std::bad_alloc &exception) {
+        receivedData.clear();
+        error = makeOutOfMemoryError(exception);
+        return false;
+    }
+}
+
+// The reply goes away with its deletion; until then nothing of it may reach a later exchange.
+void HttpTask::abandonReply()
+{
+    disconnect(reply, nullptr, this, nullptr);
+    disconnect(reply, nullptr, eventLoop, nullptr);
+    httpFinished();
+}
+
+QByteArray HttpTask::getSendData() const
+{
+    return HandleManager::getInstance()->getSendData(handle);
+}
+
+bool HttpTask::isCancelled() const
+{
+    if (!record)
+        return false;
+    QMutexLocker locker(&record->mutex);
+    return record->cancelled;
+}
+
+void HttpTask::setCurrent(HttpTask *task)
+{
+    if (!record)
+        return;
+    QMutexLocker locker(&record->mutex);
+    record->currentHttpTask = task;
+}

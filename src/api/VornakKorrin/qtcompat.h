@@ -1,0 +1,25 @@
+#ifndef KORRIN_QTCOMPAT_H
+#define KORRIN_QTCOMPAT_H
+
+#include <QNetworkAccessManager>
+
+/// What has to be written differently for Qt 5 and Qt 6.
+namespace qtcompat
+{
+
+/// Keeps Qt 5's guess that the network is "not accessible" from refusing exchanges.
+inline void ignoreNetworkState(QNetworkAccessManager *manager)
+{
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED
+    manager->setNetworkAccessible(QNetworkAccessManager::Accessible);
+    QT_WARNING_POP
+#else
+    Q_UNUSED(manager)
+#endif
+}
+
+} // namespace qtcompat
+
+#endif

@@ -1,0 +1,15 @@
+#include "requesturl.h"
+
+QUrl RequestUrl::fromText(const QString &text)
+{
+    QString encoded = text;
+    encoded.replace(QLatin1String("%20"), QLatin1String(" "));
+    encoded.replace(QLatin1Char('%'), QLatin1String("%25"));
+    const QUrl url(encoded, QUrl::TolerantMode);
+    return url.isValid() ? url : QUrl();
+}
+
+QString RequestUrl::toText(const QUrl &url)
+{
+    return QString::fromUtf8(QByteArray::fromPercentEncoding(url.toEncoded()));
+}
