@@ -1,5 +1,6 @@
 #include "httptask.h"
 
+#include "bytearraysize.h"
 #include "cloudhandle.h"
 #include "debugoutput.h"
 #include "handlemanager.h"
@@ -25,6 +26,8 @@ constexpr int CONSTRUCTOR_LINE = 47;
 constexpr int DEFAULT_TIMEOUT_MS = 30000;
 constexpr quint32 MS_PER_SECOND = 1000;
 constexpr qsizetype MAX_TRACED_SEND_BYTES = 1000000;
+// Bounds what waits between Qt's HTTP thread and the task, when the network is the faster of them.
+constexpr qint64 READ_BUFFER_BYTES = 4 * 1024 * 1024;
 const QString HTTPS_SCHEME = QStringLiteral("https");
 const QString TRACED_CONTENT_TYPE = QStringLiteral("text/");
 const QByteArray POST_VERB = QByteArrayLiteral("POST");
@@ -185,8 +188,10 @@ bool HttpTask::startRequest(QNetworkReply *(HttpTask::*send)())
         return false;
     }
 
+    qtcompat::closeSlowConnections(manager);
     sessionTime.start();
     reply = (this->*send)();
+    reply->setReadBufferSize(READ_BUFFER_BYTES);
     connectReply();
     restartTimer();
     eventLoop->exec(QEventLoop::ExcludeUserInputEvents);
@@ -347,7 +352,12 @@ void HttpTask::readReply()
 bool HttpTask::appendReceivedData()
 {
     try {
-        receivedData += reply->readAll();
+        // Resizing moves the pages of a large block; appending would copy its bytes.
+        const ByteArraySize oldSize = receivedData.size();
+        const qint64 available = reply->bytesAvailable();
+        receivedData.resize(toByteArraySize(oldSize + available));
+        const qint64 read = reply->read(receivedData.data() + oldSize, available);
+        receivedData.resize(oldSize + static_cast<ByteArraySize>(qMax(read, qint64(0))));
         return true;
     } catch (const std::bad_alloc &exception) {
         receivedData.clear();

@@ -2,6 +2,7 @@
 
 #include "apiproperties.h"
 #include "applicationobject.h"
+#include "bytearraysize.h"
 #include "callscope.h"
 #include "clouderror.h"
 #include "cloudhandle.h"
@@ -20,7 +21,6 @@
 #include <mutex>
 #include <new>
 #include <sys/stat.h>
-#include <utility>
 
 namespace
 {
@@ -29,9 +29,6 @@ const QString SOURCE_NAME = QStringLiteral("korrin");
 const QString NO_ARGUMENTS = QStringLiteral("-");
 const QString FILE_PATH_LABEL = QStringLiteral("filePath");
 constexpr int MAX_RECORDED_DATA_CHARACTERS = 32;
-// What a QByteArray can hold, its header included.
-constexpr qint64 MAX_FILE_BYTES =
-    std::numeric_limits<decltype(std::declval<QByteArray>().size())>::max() - 64;
 // Longer than a cancelled call takes to leave the library.
 constexpr int CLOSE_WAIT_MS = 1000;
 constexpr int CLOSE_POLL_MS = 10;
@@ -164,8 +161,7 @@ bool sendFile(CloudManager &manager, void *handle, const QString &path)
     if (!file.open(QIODevice::ReadOnly))
         return saveFileOpenError(handle, path);
     registry()->setSendFileName(handle, QFileInfo(path).fileName());
-    if (file.size() > MAX_FILE_BYTES)
-        throw std::bad_alloc();
+    toByteArraySize(file.size()); // where reading would give nothing, this throws
     return manager.sendData(file.readAll());
 }
 

@@ -20,6 +20,17 @@ inline void ignoreNetworkState(QNetworkAccessManager *manager)
 #endif
 }
 
+/// Closes kept-alive connections where a further POST on one would wait 40 ms: Qt 5 writes head and
+/// body apart, and holds the body back until the server's delayed acknowledgement of the head.
+inline void closeSlowConnections(QNetworkAccessManager *manager)
+{
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    manager->clearConnectionCache();
+#else
+    Q_UNUSED(manager)
+#endif
+}
+
 } // namespace qtcompat
 
 #endif
