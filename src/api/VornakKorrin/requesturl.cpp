@@ -11,5 +11,6 @@ QUrl RequestUrl::fromText(const QString &text)
 
 QString RequestUrl::toText(const QUrl &url)
 {
-    return QString::fromUtf8(QByteArray::fromPercentEncoding(url.toEncoded()));
+    const QByteArray decoded = QByteArray::fromPercentEncoding(url.toEncoded());
+    return QString::fromUtf8(decoded.constData(), decoded.size());
 }
