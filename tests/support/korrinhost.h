@@ -8,6 +8,8 @@
 #include <QPair>
 #include <QString>
 
+#include <initializer_list>
+
 namespace korrintest
 {
 
@@ -26,7 +28,11 @@ using Parameters = QList<QPair<QByteArray, QByteArray>>;
 class Handle
 {
 public:
-    explicit Handle(const Parameters &parameters = {});
+    explicit Handle(const Parameters &parameters = Parameters());
+    Handle(std::initializer_list<Parameters::value_type> parameters) :
+        Handle(Parameters(parameters))
+    {
+    }
     ~Handle();
     Q_DISABLE_COPY(Handle)
 

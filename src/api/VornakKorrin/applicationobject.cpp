@@ -1,14 +1,11 @@
 #include "applicationobject.h"
 
-#include <QByteArray>
 #include <QCoreApplication>
-#include <QString>
 
 #include <chrono>
 #include <clocale>
 #include <condition_variable>
 #include <csignal>
-#include <locale.h>
 #include <mutex>
 #include <new>
 #include <string>
@@ -140,22 +137,6 @@ private:
 Holder *holder = nullptr;
 
 } // namespace
-
-void ApplicationObject::initialiseLocalEncoding()
-{
-    static std::once_flag once;
-    std::call_once(once, [] {
-        const locale_t environment = newlocale(LC_ALL_MASK, "", nullptr);
-        if (!environment)
-            return;
-        const locale_t previous = uselocale(environment);
-        // Qt 5 asks for the code set at the first conversion; Qt 6 always uses UTF-8.
-        const QByteArray converted = QString(QChar(0xe9)).toLocal8Bit();
-        Q_UNUSED(converted)
-        uselocale(previous);
-        freelocale(environment);
-    });
-}
 
 void ApplicationObject::create()
 {

@@ -16,10 +16,6 @@ void create();
 /// Deletes the object if create() made it; no exchange may be running.
 void destroy();
 
-/// Fixes the encoding of QString::toLocal8Bit to that of the environment's locale, also in a host
-/// that never calls setlocale. Called before the first text is converted.
-void initialiseLocalEncoding();
-
 } // namespace ApplicationObject
 
 #endif

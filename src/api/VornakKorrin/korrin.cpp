@@ -216,7 +216,6 @@ bool stopAllCalls()
 
 int korrinOpen(void)
 {
-    ApplicationObject::initialiseLocalEncoding();
     traceEntry("korrinOpen");
     const std::lock_guard<std::recursive_mutex> lock(openCloseMutex);
     if (cloudOpened)
@@ -257,7 +256,6 @@ const char *korrinGetSoftVersion(void)
 
 int korrinEnableDebugOutput(int enable)
 {
-    ApplicationObject::initialiseLocalEncoding();
     DebugOutput::enabled = enable != 0;
     return 1;
 }

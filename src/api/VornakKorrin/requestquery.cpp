@@ -57,8 +57,8 @@ QString RequestQuery::itemValue(const QByteArray &query, const QString &key)
         if (item == encodedKey)
             return QString();
         if (item.startsWith(encodedKey + '=')) {
-            const QByteArray value
-                = QByteArray::fromPercentEncoding(item.mid(encodedKey.size() + 1));
+            const QByteArray value =
+                QByteArray::fromPercentEncoding(item.mid(encodedKey.size() + 1));
             return QString::fromUtf8(value.constData(), value.size());
         }
     }
