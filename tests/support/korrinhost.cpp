@@ -41,9 +41,11 @@ int Handle::recvData(QByteArray *data)
 
 Parameters baseParameters(const QByteArray &serverUrl, const QByteArray &mode)
 {
+    // No log file: the tests run side by side in one directory.
     return {
-        {"server_url", serverUrl}, {"product_no", "PN"}, {"mode", mode},
-        {"language_code", "en"},   {"soft_ver", "1.0"},  {"recv_timeout", "10"},
+        {"server_url", serverUrl},        {"product_no", "PN"}, {"mode", mode},
+        {"language_code", "en"},          {"soft_ver", "1.0"},  {"recv_timeout", "10"},
+        {"cloud_log_file_max_size", "0"},
     };
 }
 

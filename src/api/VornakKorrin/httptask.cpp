@@ -126,11 +126,13 @@ void HttpTask::configureProxy()
     const QUrl url(handles->getParameter(handle, clouddefs::PKEY_HTTP_PROXY));
     QNetworkProxy proxy(server.scheme() == HTTPS_SCHEME ? QNetworkProxy::HttpProxy
                                                         : QNetworkProxy::HttpCachingProxy);
-    proxy.setUser(url.userName());
-    proxy.setPassword(url.password());
     proxy.setHostName(url.host());
     proxy.setPort(static_cast<quint16>(url.port()));
     manager->setProxy(proxy);
+    // Kept apart from the proxy: Qt would answer a tunnel's first challenge with them itself, and
+    // ask for the second.
+    proxyUser = url.userName();
+    proxyPassword = url.password();
     connect(manager, &QNetworkAccessManager::proxyAuthenticationRequired, this,
             &HttpTask::proxyAuthenication);
 }
@@ -299,12 +301,13 @@ void HttpTask::timeoutError()
     abandonReply();
 }
 
-void HttpTask::proxyAuthenication(const QNetworkProxy &proxy, QAuthenticator *auth)
+void HttpTask::proxyAuthenication(const QNetworkProxy &, QAuthenticator *auth)
 {
     const QByteArray challenge = reply->readAll();
     DebugOutput() << QString::fromLatin1(challenge);
-    auth->setUser(proxy.user());
-    auth->setPassword(proxy.password());
+    auth->setUser(proxyUser);
+    auth->setPassword(proxyPassword);
+    // One answer for each task: credentials that were refused once are not offered again.
     disconnect(manager, &QNetworkAccessManager::proxyAuthenticationRequired, this,
                &HttpTask::proxyAuthenication);
 }

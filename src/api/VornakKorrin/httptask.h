@@ -91,6 +91,8 @@ private:
     QByteArray receivedData;
     QElapsedTimer sessionTime;
     int timeoutMs;
+    QString proxyUser;
+    QString proxyPassword;
 
     QNetworkAccessManager *manager = nullptr; ///< children of the task
     QEventLoop *eventLoop = nullptr;
