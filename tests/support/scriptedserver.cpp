@@ -111,12 +111,12 @@ bool Connection::readRequest(HttpRequest *request, bool readBody)
     return readBytes(request->header("Content-Length").toLongLong(), &request->body);
 }
 
-ScriptedServer::ScriptedServer(Handler handler)
+ScriptedServer::ScriptedServer(Handler handler, quint16 port)
 {
     handle = handler ? handler : [](Connection &connection, const HttpRequest &request) {
         connection.send(xmlAnswer(requestedIs(request)));
     };
-    start(0);
+    start(port);
 }
 
 ScriptedServer::~ScriptedServer()

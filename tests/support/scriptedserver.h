@@ -64,8 +64,8 @@ public:
     using Handler = std::function<void(Connection &, const HttpRequest &)>;
     using RawHandler = std::function<void(Connection &)>;
 
-    /// The default handler answers 200 with an "is" that echoes the request's.
-    explicit ScriptedServer(Handler handler = Handler());
+    /// The default handler answers 200 with an "is" that echoes the request's. Port 0: a free one.
+    explicit ScriptedServer(Handler handler = Handler(), quint16 port = 0);
     ~ScriptedServer();
     ScriptedServer(const ScriptedServer &) = delete;
     ScriptedServer &operator=(const ScriptedServer &) = delete;
