@@ -88,7 +88,7 @@ void checkEnable()
     Handle handle(baseParameters(server.url(), "remote_access"));
     const QByteArray url = server.url("/ra/search?is=chkra&lang=en&pn=PN&sv=1.0");
     const Comparison result = compare(
-        500, [&] { require(handle.checkEnable() == 1, "check"); },
+        1500, [&] { require(handle.checkEnable() == 1, "check"); },
         [&] { require(!bareGet(url).isEmpty(), "bare check"); });
     std::printf("korrinCheckEnable         %8.0f us   bare %8.0f us   ratio %.2f\n",
                 result.library * 1e6, result.bare * 1e6, result.ratio);

@@ -1,12 +1,7 @@
 #include "apiproperties.h"
 
-namespace
-{
-const QString API_SOFT_VERSION = QStringLiteral("R7204B");
-}
-
 ApiProperties *ApiProperties::instance = nullptr;
-const QString ApiProperties::softVersion = API_SOFT_VERSION;
+const QString ApiProperties::softVersion = QLatin1String(API_SOFT_VERSION);
 
 ApiProperties *ApiProperties::getInstance()
 {

@@ -11,6 +11,9 @@ public:
     static ApiProperties *getInstance();
     static void destroyInstance();
 
+    /// The version as static text, which needs no instance and no memory.
+    static constexpr char API_SOFT_VERSION[] = "R7204B";
+
     const QString &getSoftVersion() const { return softVersion; }
 
 private:

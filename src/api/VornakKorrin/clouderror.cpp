@@ -5,6 +5,8 @@
 
 #include <QHash>
 
+#include <new>
+
 namespace
 {
 
@@ -92,4 +94,28 @@ QString makeOutOfMemoryTrace(const std::exception &exception, const QString &fun
     return QStringLiteral("%1 at %2 (file:%3, line:%4)")
         .arg(QString::fromLatin1(exception.what()), function, SOURCE_DIRECTORY + sourceName,
              QString::number(line));
+}
+
+void traceError(int number)
+{
+    if (!DebugOutput::enabled)
+        return;
+    try {
+        DebugOutput() << Error(number).getSummary();
+    } catch (const std::bad_alloc &) {
+        // Not even enough for a message.
+    }
+}
+
+void traceOutOfMemory(const std::exception &exception, const QString &function,
+                      const QString &sourceName, int line)
+{
+    traceError(errors::OUT_OF_MEMORY);
+    if (!DebugOutput::enabled)
+        return;
+    try {
+        DebugOutput() << makeOutOfMemoryTrace(exception, function, sourceName, line);
+    } catch (const std::bad_alloc &) {
+        // As above.
+    }
 }

@@ -70,9 +70,17 @@ enum Number : int {
 /// "key:value", the form of most error details.
 QString makeDetail(const QString &key, const QString &value);
 
+/// Writes an error for which there is no handle to the debug output, as "number:text". Never
+/// throws.
+void traceError(int number);
+
 /// Where memory ran out: "what at function (file:path, line:number)".
 /// @param sourceName  name of the source file without its suffix
 QString makeOutOfMemoryTrace(const std::exception &exception, const QString &function,
                              const QString &sourceName, int line);
+
+/// Writes error 401 and that trace to the debug output. Never throws.
+void traceOutOfMemory(const std::exception &exception, const QString &function,
+                      const QString &sourceName, int line);
 
 #endif

@@ -56,6 +56,18 @@ const char *CloudHandle::getRecvDataChar()
     return buffer;
 }
 
+QByteArray CloudHandle::getRecvData() const
+{
+    QMutexLocker locker(&mutex);
+    return recvData;
+}
+
+bool CloudHandle::isCancelled() const
+{
+    QMutexLocker locker(&mutex);
+    return cancelled;
+}
+
 void CloudHandle::setToBuffer(const char *data, qsizetype size)
 {
     if (buffer != empty)

@@ -4,7 +4,7 @@
 #include "clouddefs.h"
 
 #include <QByteArray>
-#include <QHash>
+#include <QMap>
 #include <QMutex>
 #include <QSharedPointer>
 
@@ -29,13 +29,16 @@ public:
     /// The received data followed by a NUL; lifetime as for getParameterChar.
     const char *getRecvDataChar();
 
+    QByteArray getRecvData() const;
+    bool isCancelled() const;
+
     /// Copies @p size bytes into a fresh buffer; called with the mutex held, which is released
     /// for a moment when memory has run out.
     void setToBuffer(const char *data, qsizetype size);
 
     QSharedPointer<Client> client;       ///< shared with clones
     HttpTask *currentHttpTask = nullptr; ///< not owned
-    QHash<QString, QString> parameters;
+    QMap<QString, QString> parameters;
     QString sendFileName;
     QByteArray sendData;
     QByteArray recvData;
@@ -44,7 +47,7 @@ public:
     bool cancelled = false; ///< disposed of, or cloned from a handle that was: no more exchanges
 
     /// Guards all the fields above; never held while the registry's mutex is taken.
-    QMutex mutex;
+    mutable QMutex mutex;
 
     /// Stands in for the buffer after an allocation failed.
     static char empty[1];

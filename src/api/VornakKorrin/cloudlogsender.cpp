@@ -46,6 +46,20 @@ const QStringList logParamList = {
     clouddefs::PKEY_CLOUD_LOG_FILE_MAX_SIZE,
 };
 
+void reportOutOfMemory(void *handle, const std::bad_alloc &exception)
+{
+    try {
+        CloudError(errors::OUT_OF_MEMORY).saveToHandle(handle);
+        if (DebugOutput::enabled) {
+            DebugOutput() << makeOutOfMemoryTrace(exception, QStringLiteral("CloudLogSender"),
+                                                  QStringLiteral("cloudlogsender"),
+                                                  CONSTRUCTOR_LINE);
+        }
+    } catch (const std::bad_alloc &) {
+        // The record is lost either way.
+    }
+}
+
 } // namespace
 
 CloudLogSender::CloudLogSender(void *callerHandle)
@@ -54,11 +68,7 @@ CloudLogSender::CloudLogSender(void *callerHandle)
     try {
         setUp();
     } catch (const std::bad_alloc &exception) {
-        const QString trace =
-            makeOutOfMemoryTrace(exception, QStringLiteral("CloudLogSender"),
-                                 QStringLiteral("cloudlogsender"), CONSTRUCTOR_LINE);
-        CloudError(errors::OUT_OF_MEMORY).saveToHandle(handle);
-        DebugOutput() << trace;
+        reportOutOfMemory(handle, exception);
     }
 }
 

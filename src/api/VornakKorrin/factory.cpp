@@ -1,5 +1,6 @@
 #include "factory.h"
 
+#include "makeshared.h"
 #include "remoteaccessclient.h"
 #include "s3uploadclient.h"
 #include "updateclient.h"
@@ -7,25 +8,25 @@
 QSharedPointer<Factory> Factory::forMode(const QString &mode)
 {
     if (mode == clouddefs::PVAL_MODE_UPDATE)
-        return QSharedPointer<UpdateFactory>::create();
+        return makeShared<UpdateFactory>();
     if (mode == clouddefs::PVAL_MODE_REMOTE_ACCESS || mode == clouddefs::PVAL_MODE_SUBMIT_INFO)
-        return QSharedPointer<RemoteAccessFactory>::create();
+        return makeShared<RemoteAccessFactory>();
     if (mode == clouddefs::PVAL_MODE_S3_UPLOAD)
-        return QSharedPointer<S3UploadFactory>::create();
+        return makeShared<S3UploadFactory>();
     return {};
 }
 
 QSharedPointer<Client> UpdateFactory::create(void *handle) const
 {
-    return QSharedPointer<UpdateClient>::create(handle);
+    return makeShared<UpdateClient>(handle);
 }
 
 QSharedPointer<Client> RemoteAccessFactory::create(void *handle) const
 {
-    return QSharedPointer<RemoteAccessClient>::create(handle);
+    return makeShared<RemoteAccessClient>(handle);
 }
 
 QSharedPointer<Client> S3UploadFactory::create(void *handle) const
 {
-    return QSharedPointer<S3UploadClient>::create(handle);
+    return makeShared<S3UploadClient>(handle);
 }

@@ -5,10 +5,12 @@
 #include "cloudhandle.h"
 #include "debugoutput.h"
 #include "httptask.h"
+#include "makeshared.h"
 
 #include <QMutexLocker>
 
 #include <new>
+#include <utility>
 
 HandleManager *HandleManager::instance = nullptr;
 
@@ -18,17 +20,6 @@ namespace
 const QString SOURCE_NAME = QStringLiteral("handlemanager");
 constexpr int CREATE_HANDLE_LINE = 26;
 constexpr int CLONE_HANDLE_LINE = 62;
-
-void traceOutOfMemory(const std::exception &exception, const QString &function, int line)
-{
-    DebugOutput() << Error(errors::OUT_OF_MEMORY).getSummary();
-    DebugOutput() << makeOutOfMemoryTrace(exception, function, SOURCE_NAME, line);
-}
-
-void traceInvalidHandle()
-{
-    DebugOutput() << Error(errors::INVALID_HANDLE).getSummary();
-}
 
 void cancel(CloudHandle *record)
 {
@@ -79,13 +70,14 @@ void *HandleManager::createHandle()
 {
     QSharedPointer<CloudHandle> record;
     try {
-        record = QSharedPointer<CloudHandle>::create();
+        record = makeShared<CloudHandle>();
         append(record);
         CloudError(errors::NONE).saveToHandle(record.data());
         return record.data();
     } catch (const std::bad_alloc &exception) {
         take(record.data());
-        traceOutOfMemory(exception, QStringLiteral("createHandle"), CREATE_HANDLE_LINE);
+        traceOutOfMemory(exception, QStringLiteral("createHandle"), SOURCE_NAME,
+                         CREATE_HANDLE_LINE);
         return nullptr;
     }
 }
@@ -97,7 +89,7 @@ void *HandleManager::cloneHandle(void *handle)
         return nullptr;
 
     try {
-        const auto clone = QSharedPointer<CloudHandle>::create();
+        const auto clone = makeShared<CloudHandle>();
         QMutexLocker locker(&source->mutex);
         clone->client = source->client;
         clone->parameters = source->parameters;
@@ -109,11 +101,11 @@ void *HandleManager::cloneHandle(void *handle)
 
         append(clone);
         // A disposal of the source from now on finds the clone; one before this line does not.
-        if (load(source, &CloudHandle::cancelled))
+        if (source->isCancelled())
             cancel(clone.data());
         return clone.data();
     } catch (const std::bad_alloc &exception) {
-        traceOutOfMemory(exception, QStringLiteral("cloneHandle"), CLONE_HANDLE_LINE);
+        traceOutOfMemory(exception, QStringLiteral("cloneHandle"), SOURCE_NAME, CLONE_HANDLE_LINE);
         return nullptr;
     }
 }
@@ -125,22 +117,22 @@ bool HandleManager::containsHandle(const CloudHandle *handle) const
 
 bool HandleManager::disposeHandle(void *handle)
 {
-    const QSharedPointer<CloudHandle> record = take(handle);
-    if (!record) {
-        traceInvalidHandle();
+    const QSharedPointer<CloudHandle> record = find(handle);
+    if (!record)
         return false;
-    }
+    // Cancelled before it is unknown: whoever finds it unknown can tell why from the record.
     cancelExchanges(record);
-    return true;
+    return !take(handle).isNull();
 }
 
 void HandleManager::disposeAllHandles()
 {
+    // Taken out as a whole, which needs no memory.
+    QList<QSharedPointer<CloudHandle>> handles;
     QMutexLocker locker(&mutex);
-    const QList<QSharedPointer<CloudHandle>> handles = handleList;
-    locker.unlock();
-    for (const QSharedPointer<CloudHandle> &handle : handles)
-        disposeHandle(handle.data());
+    for (const QSharedPointer<CloudHandle> &handle : std::as_const(handleList))
+        cancel(handle.data());
+    handles.swap(handleList);
 }
 
 QSharedPointer<CloudHandle> HandleManager::acquire(const void *handle) const
@@ -158,7 +150,7 @@ QSharedPointer<CloudHandle> HandleManager::find(const void *handle) const
     const QSharedPointer<CloudHandle> record = acquire(handle);
     // Written with no lock held: the host's message handler may call the library.
     if (!record)
-        traceInvalidHandle();
+        traceError(errors::INVALID_HANDLE);
     return record;
 }
 
@@ -182,9 +174,7 @@ void HandleManager::cancelExchanges(const QSharedPointer<CloudHandle> &record) c
 {
     cancel(record.data());
     QMutexLocker locker(&mutex);
-    const QList<QSharedPointer<CloudHandle>> handles = handleList;
-    locker.unlock();
-    for (const QSharedPointer<CloudHandle> &other : handles) {
+    for (const QSharedPointer<CloudHandle> &other : handleList) {
         if (load(other, &CloudHandle::origin) == record.data())
             cancel(other.data());
     }

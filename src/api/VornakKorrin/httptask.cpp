@@ -32,13 +32,6 @@ const QString HTTPS_SCHEME = QStringLiteral("https");
 const QString TRACED_CONTENT_TYPE = QStringLiteral("text/");
 const QByteArray POST_VERB = QByteArrayLiteral("POST");
 
-CloudError makeOutOfMemoryError(const std::bad_alloc &exception)
-{
-    return CloudError(errors::OUT_OF_MEMORY, QString(),
-                      makeOutOfMemoryTrace(exception, QStringLiteral("HttpTask"),
-                                           QStringLiteral("httptask"), CONSTRUCTOR_LINE));
-}
-
 /// Qt's code for a failed exchange, with every answer of status 400 and up among the content
 /// errors: since Qt 5.3 some of them have groups of their own.
 int contentErrorCode(QNetworkReply::NetworkError code, int httpStatus)
@@ -83,15 +76,18 @@ HttpTask::HttpTask(void *taskHandle, QObject *parent)
         timer = new QTimer(this);
     } catch (const std::bad_alloc &exception) {
         qDeleteAll(children());
-        error = makeOutOfMemoryError(exception);
+        error = CloudError(errors::OUT_OF_MEMORY, QString(),
+                           makeOutOfMemoryTrace(exception, QStringLiteral("HttpTask"),
+                                                QStringLiteral("httptask"), CONSTRUCTOR_LINE));
         error.saveToHandle(handle);
         return;
     }
 
-    setCurrent(this);
     configureHttpTask();
     connect(timer, &QTimer::timeout, eventLoop, &QEventLoop::quit);
-    connect(timer, &QTimer::timeout, this, &HttpTask::timeoutError);
+    connectGuarded(timer, &QTimer::timeout, &HttpTask::timeoutError);
+    // Last, since no destructor would take it back; a disposal until here is seen by isCancelled().
+    setCurrent(this);
     ready = true;
 }
 
@@ -133,8 +129,8 @@ void HttpTask::configureProxy()
     // ask for the second.
     proxyUser = url.userName();
     proxyPassword = url.password();
-    connect(manager, &QNetworkAccessManager::proxyAuthenticationRequired, this,
-            &HttpTask::proxyAuthenication);
+    proxyConnection = connectGuarded(manager, &QNetworkAccessManager::proxyAuthenticationRequired,
+                                     &HttpTask::proxyAuthenication);
 }
 
 void HttpTask::configureTimeout()
@@ -193,12 +189,13 @@ bool HttpTask::startRequest(QNetworkReply *(HttpTask::*send)())
     qtcompat::closeSlowConnections(manager);
     sessionTime.start();
     reply = (this->*send)();
-    reply->setReadBufferSize(READ_BUFFER_BYTES);
     connectReply();
     restartTimer();
     eventLoop->exec(QEventLoop::ExcludeUserInputEvents);
     timer->stop();
 
+    if (outOfMemory)
+        std::rethrow_exception(outOfMemory);
     if (error.number != errors::NONE) {
         error.saveToHandle(handle);
         return false;
@@ -208,17 +205,32 @@ bool HttpTask::startRequest(QNetworkReply *(HttpTask::*send)())
 
 void HttpTask::connectReply()
 {
-    connect(reply, &QNetworkReply::uploadProgress, this, &HttpTask::httpUploadProgress);
-    connect(reply, &QNetworkReply::downloadProgress, this, &HttpTask::httpDownloadProgress);
-    connect(reply, &QNetworkReply::finished, this, &HttpTask::httpFinished);
-    connect(reply, &QNetworkReply::errorOccurred, this, &HttpTask::httpError);
+    connectGuarded(reply, &QNetworkReply::uploadProgress, &HttpTask::httpUploadProgress);
+    connectGuarded(reply, &QNetworkReply::downloadProgress, &HttpTask::httpDownloadProgress);
+    connectGuarded(reply, &QNetworkReply::finished, &HttpTask::httpFinished);
+    connectGuarded(reply, &QNetworkReply::errorOccurred, &HttpTask::httpError);
     connect(reply, &QNetworkReply::finished, eventLoop, &QEventLoop::quit);
 
     // Qt withholds progress signals that follow each other within 100 ms, and all the body's bytes
     // would pile up in the reply.
-    connect(reply, &QNetworkReply::metaDataChanged, this, &HttpTask::restartTimer);
-    connect(reply, &QNetworkReply::readyRead, this, &HttpTask::restartTimer);
-    connect(reply, &QNetworkReply::readyRead, this, &HttpTask::readReply);
+    connectGuarded(reply, &QNetworkReply::metaDataChanged, &HttpTask::httpHeadersReceived);
+    connectGuarded(reply, &QNetworkReply::readyRead, &HttpTask::readReply);
+}
+
+template <typename Sender, typename Signal, typename... Arguments>
+QMetaObject::Connection HttpTask::connectGuarded(Sender *sender, Signal signal,
+                                                 void (HttpTask::*slot)(Arguments...))
+{
+    return connect(sender, signal, this, [this, slot](Arguments... arguments) {
+        try {
+            if (reply)
+                (this->*slot)(arguments...);
+        } catch (const std::bad_alloc &) {
+            outOfMemory = std::current_exception();
+            disconnect(reply, nullptr, this, nullptr);
+            eventLoop->quit();
+        }
+    });
 }
 
 QNetworkReply *HttpTask::getFunc()
@@ -240,6 +252,7 @@ QNetworkReply *HttpTask::putFunc()
 bool HttpTask::init()
 {
     error = CloudError();
+    outOfMemory = nullptr;
     receivedData.clear();
     HandleManager::getInstance()->setRecvData(handle, QByteArray());
     return true;
@@ -248,6 +261,14 @@ bool HttpTask::init()
 bool HttpTask::processResponse()
 {
     return true;
+}
+
+void HttpTask::httpHeadersReceived()
+{
+    restartTimer();
+    const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
+    if (!length.isValid() || length.toLongLong() > READ_BUFFER_BYTES)
+        reply->setReadBufferSize(READ_BUFFER_BYTES);
 }
 
 void HttpTask::httpUploadProgress(qint64 bytesSend, qint64 bytesTotal)
@@ -262,8 +283,8 @@ void HttpTask::httpDownloadProgress(qint64 bytesRecv, qint64 bytesTotal)
 
 void HttpTask::httpFinished()
 {
-    if (reply->isReadable() && error.number != errors::OUT_OF_MEMORY)
-        appendReceivedData();
+    if (reply->isReadable())
+        readReply();
     HandleManager::getInstance()->setRecvData(handle, receivedData);
     const QString contentType = reply->header(QNetworkRequest::ContentTypeHeader).toString();
     if (DebugOutput::enabled && contentType.contains(TRACED_CONTENT_TYPE)) {
@@ -308,8 +329,7 @@ void HttpTask::proxyAuthenication(const QNetworkProxy &, QAuthenticator *auth)
     auth->setUser(proxyUser);
     auth->setPassword(proxyPassword);
     // One answer for each task: credentials that were refused once are not offered again.
-    disconnect(manager, &QNetworkAccessManager::proxyAuthenticationRequired, this,
-               &HttpTask::proxyAuthenication);
+    disconnect(proxyConnection);
 }
 
 void HttpTask::traceRequest() const
@@ -346,27 +366,13 @@ void HttpTask::cancelReply()
 
 void HttpTask::readReply()
 {
-    if (appendReceivedData())
-        return;
-    abandonReply();
-    eventLoop->quit();
-}
-
-bool HttpTask::appendReceivedData()
-{
-    try {
-        // Resizing moves the pages of a large block; appending would copy its bytes.
-        const ByteArraySize oldSize = receivedData.size();
-        const qint64 available = reply->bytesAvailable();
-        receivedData.resize(toByteArraySize(oldSize + available));
-        const qint64 read = reply->read(receivedData.data() + oldSize, available);
-        receivedData.resize(oldSize + static_cast<ByteArraySize>(qMax(read, qint64(0))));
-        return true;
-    } catch (const std::bad_alloc &exception) {
-        receivedData.clear();
-        error = makeOutOfMemoryError(exception);
-        return false;
-    }
+    restartTimer();
+    // Resizing moves the pages of a large block; appending would copy its bytes.
+    const ByteArraySize oldSize = receivedData.size();
+    const qint64 available = reply->bytesAvailable();
+    receivedData.resize(toByteArraySize(oldSize + available));
+    const qint64 read = reply->read(receivedData.data() + oldSize, available);
+    receivedData.resize(oldSize + static_cast<ByteArraySize>(qMax(read, qint64(0))));
 }
 
 // The reply goes away with its deletion; until then nothing of it may reach a later exchange.
@@ -384,10 +390,7 @@ QByteArray HttpTask::getSendData() const
 
 bool HttpTask::isCancelled() const
 {
-    if (!record)
-        return false;
-    QMutexLocker locker(&record->mutex);
-    return record->cancelled;
+    return record && record->isCancelled();
 }
 
 void HttpTask::setCurrent(HttpTask *task)

@@ -10,6 +10,8 @@
 #include <QObject>
 #include <QSharedPointer>
 
+#include <exception>
+
 class CloudHandle;
 class QAuthenticator;
 class QEventLoop;
@@ -75,12 +77,19 @@ private:
     void configureTimeout();
     void configureRequest();
     void connectReply();
+
+    /// Connects a slot that Qt calls from the nested event loop, which no exception may pass: when
+    /// memory runs out the loop ends, and startRequest() throws on.
+    template <typename Sender, typename Signal, typename... Arguments>
+    QMetaObject::Connection connectGuarded(Sender *sender, Signal signal,
+                                           void (HttpTask::*slot)(Arguments...));
+
     void traceRequest() const;
     void traceProgress(const QString &label, qint64 bytes, qint64 bytesTotal);
+    void httpHeadersReceived();
     void restartTimer();
     void cancelReply();
     void readReply();
-    bool appendReceivedData();
     void abandonReply();
     QByteArray getSendData() const;
     bool isCancelled() const;
@@ -88,11 +97,13 @@ private:
 
     const QSharedPointer<CloudHandle> record; ///< keeps the handle's memory while the task lives
     CloudError error;                         ///< of this exchange; number 0 while there is none
+    std::exception_ptr outOfMemory;           ///< thrown by a slot of this exchange
     QByteArray receivedData;
     QElapsedTimer sessionTime;
     int timeoutMs;
     QString proxyUser;
     QString proxyPassword;
+    QMetaObject::Connection proxyConnection;
 
     QNetworkAccessManager *manager = nullptr; ///< children of the task
     QEventLoop *eventLoop = nullptr;

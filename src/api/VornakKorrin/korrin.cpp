@@ -41,7 +41,7 @@ bool isCloudOpened()
 {
     if (cloudOpened)
         return true;
-    DebugOutput() << Error(errors::NOT_OPENED).getSummary();
+    traceError(errors::NOT_OPENED);
     return false;
 }
 
@@ -100,42 +100,53 @@ void sendCloudLog(CloudManager &manager)
     }
 }
 
-/// What all service and file calls share. @p operation takes the call's CloudManager.
+/// One service or file call on one handle.
+struct ServiceCall {
+    void *const handle;
+    /// Keeps the handle's address from being given out again while the call runs; null if unknown.
+    const QSharedPointer<CloudHandle> record;
+    CloudManager manager;
+};
+
+/// What all service and file calls share. @p operation takes the ServiceCall.
 template <typename Operation>
 int runOperation(void *handle, const char *function, const QString &arguments, Operation operation)
 {
-    // Keeps the record, and so the handle's address, from being reused while the call runs.
-    const QSharedPointer<CloudHandle> user = registry()->acquire(handle);
+    ServiceCall call{handle, registry()->acquire(handle), CloudManager(handle)};
     CloudError(errors::NONE).saveToHandle(handle);
     recordCall(handle, function, arguments);
 
-    CloudManager manager(handle);
     int result = 0;
     try {
-        if (operation(manager)) {
+        if (operation(call)) {
             trimErrorText(handle);
             result = 1;
         }
     } catch (const std::bad_alloc &exception) {
         saveOutOfMemory(handle, exception, function, __LINE__);
     } catch (...) {
-        sendCloudLog(manager);
+        sendCloudLog(call.manager);
         throw;
     }
-    sendCloudLog(manager);
+    sendCloudLog(call.manager);
     return result;
 }
 
-bool receive(CloudManager &manager, void *handle, const char **data, int *dataSize)
+/// Receives, and hands out the data in the return buffer; false also when the handle has been
+/// disposed of meanwhile, or when there is no memory for the buffer, which stores an error.
+bool receive(ServiceCall &call, const char **data, int *dataSize)
 {
     *data = nullptr;
     *dataSize = 0;
-    if (!manager.recvData())
+    if (!call.manager.recvData())
         return false;
-    const QByteArray received = registry()->getRecvData(handle);
+    const QByteArray received = call.record->getRecvData();
     if (received.size() > std::numeric_limits<int>::max())
         throw std::bad_alloc(); // more than the interface can hand over
-    *data = registry()->getRecvDataChar(handle);
+    const char *buffer = call.record->getRecvDataChar();
+    if (call.record->isCancelled() || buffer == CloudHandle::empty)
+        return false;
+    *data = buffer;
     *dataSize = static_cast<int>(received.size());
     return true;
 }
@@ -155,14 +166,14 @@ bool saveFileOpenError(void *handle, const QString &path)
     return false;
 }
 
-bool sendFile(CloudManager &manager, void *handle, const QString &path)
+bool sendFile(ServiceCall &call, const QString &path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        return saveFileOpenError(handle, path);
-    registry()->setSendFileName(handle, QFileInfo(path).fileName());
+        return saveFileOpenError(call.handle, path);
+    registry()->setSendFileName(call.handle, QFileInfo(path).fileName());
     toByteArraySize(file.size()); // where reading would give nothing, this throws
-    return manager.sendData(file.readAll());
+    return call.manager.sendData(file.readAll());
 }
 
 /// Removes an incomplete file; a device or a pipe is left where it is.
@@ -173,17 +184,18 @@ void removeIncompleteFile(const char *filePath)
         std::remove(filePath);
 }
 
-bool receiveFile(CloudManager &manager, void *handle, const char *filePath)
+bool receiveFile(ServiceCall &call, const char *filePath)
 {
-    if (!manager.recvData())
+    // Of a handle that has been disposed of there is nothing to write.
+    if (!call.manager.recvData() || call.record->isCancelled())
         return false;
     const QString path = toText(filePath);
     QFile file(path);
     // Unbuffered: the count that the write reports is what has reached the file.
     if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
-        return saveFileOpenError(handle, path);
+        return saveFileOpenError(call.handle, path);
 
-    const QByteArray received = registry()->getRecvData(handle);
+    const QByteArray received = call.record->getRecvData();
     const qint64 written = file.write(received);
     file.close();
     if (written == received.size())
@@ -194,7 +206,7 @@ bool receiveFile(CloudManager &manager, void *handle, const char *filePath)
         QStringLiteral("%1/%2").arg(QString::number(written), QString::number(received.size()));
     CloudError(errors::FILE_WRITE_FAILED, QString(),
                makeDetail(QStringLiteral("(file size)"), sizes))
-        .saveToHandle(handle);
+        .saveToHandle(call.handle);
     return false;
 }
 
@@ -225,9 +237,7 @@ int korrinOpen(void)
         ApiProperties::getInstance();
         registry();
     } catch (const std::bad_alloc &exception) {
-        DebugOutput() << Error(errors::OUT_OF_MEMORY).getSummary();
-        DebugOutput() << makeOutOfMemoryTrace(exception, QStringLiteral("korrinOpen"), SOURCE_NAME,
-                                              __LINE__);
+        traceOutOfMemory(exception, QStringLiteral("korrinOpen"), SOURCE_NAME, __LINE__);
         return 0;
     }
     cloudOpened = true;
@@ -250,8 +260,7 @@ int korrinClose(void)
 
 const char *korrinGetSoftVersion(void)
 {
-    static const QByteArray version = ApiProperties::getInstance()->getSoftVersion().toLatin1();
-    return version.constData();
+    return ApiProperties::API_SOFT_VERSION;
 }
 
 int korrinEnableDebugOutput(int enable)
@@ -334,7 +343,7 @@ int korrinCheckEnable(void *handle)
     if (!isCloudOpened())
         return 0;
     return runOperation(handle, "korrinCheckEnable", NO_ARGUMENTS,
-                        [](CloudManager &manager) { return manager.checkEnable(); });
+                        [](ServiceCall &call) { return call.manager.checkEnable(); });
 }
 
 int korrinSendData(void *handle, const char *data, int dataSize)
@@ -348,8 +357,8 @@ int korrinSendData(void *handle, const char *data, int dataSize)
         QStringLiteral("%1:%2,%3:%4")
             .arg(QStringLiteral("data"), textBeforeNul(bytes, MAX_RECORDED_DATA_CHARACTERS),
                  QStringLiteral("dataSize"), QString::number(dataSize));
-    return runOperation(handle, "korrinSendData", arguments, [&bytes](CloudManager &manager) {
-        return manager.sendData(QByteArray(bytes.constData(), bytes.size()));
+    return runOperation(handle, "korrinSendData", arguments, [&bytes](ServiceCall &call) {
+        return call.manager.sendData(QByteArray(bytes.constData(), bytes.size()));
     });
 }
 
@@ -359,10 +368,9 @@ int korrinRecvData(void *handle, const char **data, int *dataSize)
     traceEntry("korrinRecvData");
     if (!isCloudOpened())
         return 0;
-    return runOperation(handle, "korrinRecvData", NO_ARGUMENTS, [&](CloudManager &manager) {
-        if (!data || !dataSize)
-            return refuseNullPointer(handle, data, dataSize);
-        return receive(manager, handle, data, dataSize);
+    return runOperation(handle, "korrinRecvData", NO_ARGUMENTS, [=](ServiceCall &call) {
+        return data && dataSize ? receive(call, data, dataSize)
+                                : refuseNullPointer(call.handle, data, dataSize);
     });
 }
 
@@ -374,7 +382,7 @@ int korrinSendFile(void *handle, const char *filePath)
         return 0;
     const QString path = toText(filePath);
     return runOperation(handle, "korrinSendFile", makeDetail(FILE_PATH_LABEL, path),
-                        [&](CloudManager &manager) { return sendFile(manager, handle, path); });
+                        [&](ServiceCall &call) { return sendFile(call, path); });
 }
 
 int korrinRecvFile(void *handle, const char *filePath)
@@ -383,7 +391,6 @@ int korrinRecvFile(void *handle, const char *filePath)
     traceEntry("korrinRecvFile");
     if (!isCloudOpened())
         return 0;
-    return runOperation(
-        handle, "korrinRecvFile", makeDetail(FILE_PATH_LABEL, toText(filePath)),
-        [&](CloudManager &manager) { return receiveFile(manager, handle, orEmpty(filePath)); });
+    return runOperation(handle, "korrinRecvFile", makeDetail(FILE_PATH_LABEL, toText(filePath)),
+                        [=](ServiceCall &call) { return receiveFile(call, orEmpty(filePath)); });
 }

@@ -31,8 +31,8 @@
  *   did not return or that has been disposed of (error 102); these two errors go to the debug
  *   output only.
  * - Text. Arguments are NUL-terminated and read as Latin-1, of which ASCII is a part; a null
- *   pointer counts as "". Returned text is UTF-8 with Qt 6, and with a Qt 5 built on ICU as Debian's
- *   is; other builds of Qt 5 use the encoding of the process's locale. It ends with a NUL.
+ *   pointer counts as "". Returned text is UTF-8 with Qt 6, and with a Qt 5 built on ICU as
+ * Debian's is; other builds of Qt 5 use the encoding of the process's locale. It ends with a NUL.
  * - Memory. The host frees nothing. Returned text and data live in the handle's one return buffer:
  *   valid until the next korrinGetParameter() or korrinRecvData() on the same handle, its disposal
  *   or korrinClose(). Copy what must last longer.

@@ -4,7 +4,7 @@
 #include "clouddefs.h"
 
 #include <QByteArray>
-#include <QHash>
+#include <QMap>
 #include <QXmlDefaultHandler>
 
 /// Turns an answer into a flat map from element name to element text.
@@ -26,7 +26,7 @@ public:
     bool characters(const QString &ch) override;
     bool fatalError(const QXmlParseException &exception) override;
 
-    QHash<QString, QString> elementValues;
+    QMap<QString, QString> elementValues;
     QString currentElement; ///< the most recently started element; not cleared at its end
     QString errorMessage;   ///< why the last parse failed; empty when it succeeded
 };
