@@ -18,7 +18,11 @@ using namespace korrintest;
 namespace
 {
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr qint64 PROMPT_MS = 1000; // a sanitizer slows all of it down
+#else
 constexpr qint64 PROMPT_MS = 100;
+#endif
 
 /// A call in a thread of its own, and when it returned.
 class RunningCall

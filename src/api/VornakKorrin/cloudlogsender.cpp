@@ -94,8 +94,8 @@ void CloudLogSender::setUp()
     QUrl url = RequestUrl::fromText(getParameter(clouddefs::PKEY_SERVER_URL));
     url.setPath(client->getModePath() + clouddefs::PATH_FUNC_UPLOAD);
     uploader->request.setUrl(url);
-    makeSendData();
     makeFileNames();
+    makeSendData(); // last: start() does nothing without a record
 }
 
 bool CloudLogSender::isLogEnabled() const

@@ -25,8 +25,9 @@ void cancel(CloudHandle *record)
 {
     QMutexLocker locker(&record->mutex);
     record->cancelled = true;
+    // Not virtual: the task may be in its destructor, waiting to take itself off the record.
     if (record->currentHttpTask)
-        record->currentHttpTask->quit();
+        record->currentHttpTask->HttpTask::quit();
 }
 
 template <typename Field>

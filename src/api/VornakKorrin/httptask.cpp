@@ -10,6 +10,8 @@
 #include "textconversion.h"
 
 #include <QAuthenticator>
+#include <QCoreApplication>
+#include <QEvent>
 #include <QEventLoop>
 #include <QMutexLocker>
 #include <QNetworkAccessManager>
@@ -98,9 +100,14 @@ HttpTask::~HttpTask()
 
 bool HttpTask::quit()
 {
-    QMetaObject::invokeMethod(
-        this, [this] { cancelReply(); }, Qt::QueuedConnection);
+    QCoreApplication::postEvent(this, new QEvent(QEvent::User));
     return true;
+}
+
+void HttpTask::customEvent(QEvent *)
+{
+    if (reply)
+        reply->abort();
 }
 
 void HttpTask::configureHttpTask()
@@ -356,12 +363,6 @@ void HttpTask::restartTimer()
 {
     if (reply && timeoutMs >= 0)
         timer->start(timeoutMs);
-}
-
-void HttpTask::cancelReply()
-{
-    if (reply)
-        reply->abort();
 }
 
 void HttpTask::readReply()

@@ -61,6 +61,9 @@ protected:
     /// Judges the answer of a successful transfer.
     virtual bool processResponse();
 
+    /// quit() has arrived on the task's own thread.
+    void customEvent(QEvent *event) override;
+
     void *const handle; ///< not owned
 
 private Q_SLOTS:
@@ -88,7 +91,6 @@ private:
     void traceProgress(const QString &label, qint64 bytes, qint64 bytesTotal);
     void httpHeadersReceived();
     void restartTimer();
-    void cancelReply();
     void readReply();
     void abandonReply();
     QByteArray getSendData() const;
