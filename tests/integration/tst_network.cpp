@@ -97,6 +97,9 @@ void tst_Network::brokenExchanges_data()
     QTest::newRow("within the body") << HEAD_OF_100 + "<r><is>chkra" << connection;
     QTest::newRow("within the body of a 404")
         << QByteArray("HTTP/1.1 404 Not Found\r\nContent-Length: 100\r\n\r\nsorry") << connection;
+    QTest::newRow("within a large body")
+        << "HTTP/1.1 200 OK\r\nContent-Length: 2000000\r\n\r\n" + QByteArray(1000000, 'x')
+        << connection;
 }
 
 void tst_Network::brokenExchanges()

@@ -95,6 +95,7 @@ void CloudLogSender::setUp()
     url.setPath(client->getModePath() + clouddefs::PATH_FUNC_UPLOAD);
     uploader->request.setUrl(url);
     makeFileNames();
+    maxFileSize = getParameter(clouddefs::PKEY_CLOUD_LOG_FILE_MAX_SIZE);
     makeSendData(); // last: start() does nothing without a record
 }
 
@@ -178,7 +179,7 @@ bool CloudLogSender::saveToFile() const
 bool CloudLogSender::fitsIntoFile() const
 {
     bool isNumber = false;
-    const int maxSizeBytes = getParameter(clouddefs::PKEY_CLOUD_LOG_FILE_MAX_SIZE).toInt(&isNumber);
+    const int maxSizeBytes = maxFileSize.toInt(&isNumber);
     // The line break after the record is not counted.
     return !isNumber
         || (maxSizeBytes > 0 && QFileInfo(fileName).size() + sendData.size() <= maxSizeBytes);
@@ -199,10 +200,12 @@ bool CloudLogSender::sendFromFile()
     }
     file.close();
 
+    // The temporary file, if there is one, holds the rest; both paths are made before anything
+    // goes.
     const QByteArray path = fileName.toLocal8Bit();
+    const QByteArray tempPath = tempFileName.toLocal8Bit();
     std::remove(path.constData());
-    if (QFile::exists(tempFileName))
-        std::rename(tempFileName.toLocal8Bit().constData(), path.constData());
+    std::rename(tempPath.constData(), path.constData());
     return true;
 }
 

@@ -52,6 +52,7 @@ private:
     QByteArray sendData;               ///< this call's record, without a line break
     QString fileName;
     QString tempFileName;
+    QString maxFileSize; ///< as the host set it, read while the clone is certainly known
 };
 
 #endif

@@ -32,6 +32,7 @@ constexpr qsizetype MAX_TRACED_SEND_BYTES = 1000000;
 constexpr qint64 READ_BUFFER_BYTES = 4 * 1024 * 1024;
 const QString HTTPS_SCHEME = QStringLiteral("https");
 const QString TRACED_CONTENT_TYPE = QStringLiteral("text/");
+const QString CONNECTION_CLOSED = QStringLiteral("Connection closed");
 const QByteArray POST_VERB = QByteArrayLiteral("POST");
 
 /// Qt's code for a failed exchange, with every answer of status 400 and up among the content
@@ -292,6 +293,7 @@ void HttpTask::httpFinished()
 {
     if (reply->isReadable())
         readReply();
+    checkCompleteness();
     HandleManager::getInstance()->setRecvData(handle, receivedData);
     const QString contentType = reply->header(QNetworkRequest::ContentTypeHeader).toString();
     if (DebugOutput::enabled && contentType.contains(TRACED_CONTENT_TYPE)) {
@@ -307,18 +309,42 @@ void HttpTask::httpFinished()
 
 void HttpTask::httpError(QNetworkReply::NetworkError networkError)
 {
-    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    const QVariant reason = reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute);
-    const int code = contentErrorCode(networkError, status.toInt());
+    setNetworkError(contentErrorCode(networkError, httpStatus()), reply->errorString());
+}
 
+void HttpTask::setNetworkError(int code, const QString &message)
+{
     CloudError newError(errorNumberOf(code));
     newError.text = newError.getDefaultErrorText();
-    if (newError.number == errors::CONTENT)
-        newError.text += QStringLiteral("(%1 %2)").arg(status.toString(), reason.toString());
-    newError.detail = QStringLiteral("%1 (%2: %3 %4)")
-                          .arg(newError.text, QStringLiteral("QNetworkReply"),
-                               QString::number(code), reply->errorString());
+    if (newError.number == errors::CONTENT) {
+        newError.text += QStringLiteral("(%1 %2)").arg(
+            reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toString(),
+            reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString());
+    }
+    newError.detail =
+        QStringLiteral("%1 (%2: %3 %4)")
+            .arg(newError.text, QStringLiteral("QNetworkReply"), QString::number(code), message);
     error = newError;
+}
+
+int HttpTask::httpStatus() const
+{
+    return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+
+// Qt now and then takes a body that breaks off as complete.
+void HttpTask::checkCompleteness()
+{
+    if (error.number != errors::NONE && error.number != errors::CONTENT)
+        return;
+    // Answers whose length says nothing of the bytes that arrive (RFC 9110, sections 8.6 and 15),
+    // and the one whose body Qt keeps to itself.
+    const int status = httpStatus();
+    if (status == 204 || status == 304 || status == 401 || reply->hasRawHeader("Content-Encoding"))
+        return;
+    const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
+    if (length.isValid() && receivedData.size() < length.toLongLong())
+        setNetworkError(QNetworkReply::RemoteHostClosedError, CONNECTION_CLOSED);
 }
 
 void HttpTask::timeoutError()

@@ -90,6 +90,9 @@ private:
     void traceRequest() const;
     void traceProgress(const QString &label, qint64 bytes, qint64 bytesTotal);
     void httpHeadersReceived();
+    void checkCompleteness();
+    void setNetworkError(int code, const QString &message);
+    int httpStatus() const;
     void restartTimer();
     void readReply();
     void abandonReply();

@@ -169,7 +169,7 @@ bool saveFileOpenError(void *handle, const QString &path)
 bool sendFile(ServiceCall &call, const QString &path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (path.isEmpty() || !file.open(QIODevice::ReadOnly))
         return saveFileOpenError(call.handle, path);
     registry()->setSendFileName(call.handle, QFileInfo(path).fileName());
     toByteArraySize(file.size()); // where reading would give nothing, this throws
@@ -192,7 +192,7 @@ bool receiveFile(ServiceCall &call, const char *filePath)
     const QString path = toText(filePath);
     QFile file(path);
     // Unbuffered: the count that the write reports is what has reached the file.
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+    if (path.isEmpty() || !file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         return saveFileOpenError(call.handle, path);
 
     const QByteArray received = call.record->getRecvData();
