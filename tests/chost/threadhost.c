@@ -3,6 +3,7 @@
 #include "korrin.h"
 #include "korrinlib.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <locale.h>
 #include <pthread.h>
@@ -10,6 +11,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 extern char **environ;
@@ -91,10 +93,32 @@ static void onEightWorkers(void)
     require(lib.close(), "close");
 }
 
+static void onEightOpeningWorkers(void)
+{
+    runThreads(openThread, WORKERS);
+    require(lib.close(), "close");
+}
+
+static int countOpenFiles(void)
+{
+    DIR *directory = opendir("/proc/self/fd");
+    int count = 0;
+    require(directory != NULL, "opendir");
+    while (readdir(directory))
+        ++count;
+    closedir(directory);
+    return count;
+}
+
 static void inCycles(void)
 {
-    for (int i = 0; i < CYCLES; ++i)
+    int openFiles = 0;
+    for (int i = 0; i < CYCLES; ++i) {
         onMainThread();
+        if (i == 0)
+            openFiles = countOpenFiles(); /* Qt keeps some from its first use on */
+    }
+    require(countOpenFiles() == openFiles, "files closed");
 }
 
 static void unloaded(void)
@@ -111,6 +135,8 @@ struct ProcessState {
     char directory[4096];
     char environment[65536];
     struct sigaction signals[SIGNALS];
+    sigset_t blocked;
+    mode_t creationMask;
 };
 
 static void readState(struct ProcessState *state)
@@ -126,6 +152,9 @@ static void readState(struct ProcessState *state)
         if (i != SIGPIPE)
             sigaction(i, NULL, &state->signals[i]);
     }
+    pthread_sigmask(SIG_SETMASK, NULL, &state->blocked);
+    state->creationMask = umask(0);
+    umask(state->creationMask);
 }
 
 static void compareStates(const struct ProcessState *a, const struct ProcessState *b)
@@ -133,10 +162,17 @@ static void compareStates(const struct ProcessState *a, const struct ProcessStat
     require(strcmp(a->locale, b->locale) == 0, "locale kept");
     require(strcmp(a->directory, b->directory) == 0, "directory kept");
     require(strcmp(a->environment, b->environment) == 0, "environment kept");
+    require(a->creationMask == b->creationMask, "file creation mask kept");
     for (int i = 1; i < SIGNALS; ++i) {
         require(a->signals[i].sa_handler == b->signals[i].sa_handler, "signal handler kept");
         require(a->signals[i].sa_flags == b->signals[i].sa_flags, "signal flags kept");
+        require(sigismember(&a->blocked, i) == sigismember(&b->blocked, i), "signal mask kept");
     }
+}
+
+static void onSignal(int number)
+{
+    (void)number;
 }
 
 static void leavingTheHostAsItWas(void)
@@ -156,14 +192,38 @@ static void leavingTheHostAsItWas(void)
     compareStates(&before, &after);
 }
 
+static void leavingAHostWithoutSetlocaleAsItWas(void)
+{
+    require(strcmp(setlocale(LC_ALL, NULL), "C") == 0, "locale at the start");
+    leavingTheHostAsItWas();
+}
+
+static void leavingAHostWithItsOwnStateAsItWas(void)
+{
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR1);
+    pthread_sigmask(SIG_SETMASK, &blocked, NULL);
+    signal(SIGTERM, onSignal);
+    signal(SIGCHLD, SIG_IGN);
+    require(setlocale(LC_ALL, "C") && setlocale(LC_CTYPE, "C.UTF-8"), "setlocale");
+    leavingTheHostAsItWas();
+}
+
 int main(int argc, char **argv)
 {
     static const struct {
         const char *name;
         void (*run)(void);
     } modes[] = {
-        {"main", onMainThread},     {"worker", onWorkerThread}, {"eight", onEightWorkers},
-        {"cycles", inCycles},       {"unload", unloaded},       {"state", leavingTheHostAsItWas},
+        {"main", onMainThread},
+        {"worker", onWorkerThread},
+        {"eight", onEightWorkers},
+        {"cycles", inCycles},
+        {"unload", unloaded},
+        {"eightopen", onEightOpeningWorkers},
+        {"state", leavingAHostWithoutSetlocaleAsItWas},
+        {"ownstate", leavingAHostWithItsOwnStateAsItWas},
     };
     if (argc != 3)
         return 2;

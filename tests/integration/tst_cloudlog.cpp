@@ -299,6 +299,7 @@ void tst_CloudLog::recorded()
             if (request.method == "POST" && requestedIs(request) != "nsv"
                 && requestedIs(request) != "udlog")
                 posts << request.startLine + ' ' + masked(request.body);
+            QVERIFY(!request.hasHeader("Content-Type") || request.method == "PUT");
         }
         QList<QByteArray> expectedPosts;
         for (const QJsonValue &entry : call.value(QStringLiteral("log_posts")).toArray()) {

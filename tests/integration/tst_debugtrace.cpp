@@ -268,9 +268,18 @@ void tst_DebugTrace::step()
 
 void tst_DebugTrace::off()
 {
-    QCOMPARE(
-        run("debug 0\ncreate ; set 1 (mode) (update) ; check 1 ; get 1 (mode) ; check foreign"),
-        QByteArray());
+    // A host of its own: nothing that the steps left is in the way.
+    host.reset(
+        new ScriptHost(directory.path(), {{QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8")}}));
+    answerWith(QByteArray());
+    const int requestsBefore = server.requestCount();
+    QCOMPARE(run("create ; open ; create ; set 0 (mode) (update) ; set 0 (product_no) (PN) ; set 0 "
+                 "(server_url) ("
+                 + server.url()
+                 + ") ; check 0 ; recv 0 ; get 0 (mode) ; set 0 "
+                   "(mod) (x) ; check foreign ; dispose 0 ; dispose 0 ; close"),
+             QByteArray());
+    QCOMPARE(server.requestCount(), requestsBefore + 4); // check and recv, each with its record
 }
 
 QTEST_GUILESS_MAIN(tst_DebugTrace)

@@ -193,6 +193,7 @@ void tst_Lifecycle::hostWithoutQt_data()
     QTest::newRow("main") << 1;
     QTest::newRow("worker") << 4;
     QTest::newRow("eight") << 8;
+    QTest::newRow("eightopen") << 8;
     QTest::newRow("cycles") << 100;
     QTest::newRow("unload") << 2;
 }
@@ -207,15 +208,20 @@ void tst_Lifecycle::hostWithoutQt()
 
 void tst_Lifecycle::hostIsLeftAsItWas_data()
 {
+    QTest::addColumn<QByteArray>("mode");
     QTest::addColumn<QString>("locale");
-    for (const char *locale : {"C.UTF-8", "C", "POSIX", "ja_JP.UTF-8", "nonsense"})
-        QTest::newRow(locale) << QString::fromLatin1(locale);
+    for (const char *mode : {"state", "ownstate"}) {
+        for (const char *locale : {"C.UTF-8", "C", "POSIX", "ja_JP.UTF-8", "nonsense"})
+            QTest::addRow("%s, %s", mode, locale)
+                << QByteArray(mode) << QString::fromLatin1(locale);
+    }
 }
 
 void tst_Lifecycle::hostIsLeftAsItWas()
 {
+    QFETCH(QByteArray, mode);
     QFETCH(QString, locale);
-    QCOMPARE(runThreadHost("state", {{QStringLiteral("LC_ALL"), locale}}), QByteArray());
+    QCOMPARE(runThreadHost(mode, {{QStringLiteral("LC_ALL"), locale}}), QByteArray());
 }
 
 void tst_Lifecycle::nonAsciiTextInAHostWithoutSetlocale_data()

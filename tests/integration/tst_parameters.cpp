@@ -35,6 +35,7 @@ class tst_Parameters : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void freshHandleHoldsNoErrorAndNoParameter();
     void settableKeysAreStored_data();
     void settableKeysAreStored();
     void otherKeysAreRefusedWith104_data();
@@ -47,18 +48,29 @@ private Q_SLOTS:
     void readingKeyIsNotTrimmed();
     void readingLeavesTheErrorsAlone();
     void nullPointersAreEmptyTexts();
-    void largeValue();
+    void largeKeysAndValues();
     void latin1ValueComesBackInUtf8();
     void pointerIsReplacedByTheNextRead();
     void handlesDoNotShareParameters();
     void disposingTwiceFailsTheSecondTime();
     void unknownHandles_data();
     void unknownHandles();
+    void unknownHandleIsTraced();
     void placeholdersInValuesAreNotFilled();
 
 private:
     const OpenLibrary library;
 };
+
+void tst_Parameters::freshHandleHoldsNoErrorAndNoParameter()
+{
+    const Handle handle;
+    QCOMPARE(handle.errorNo(), QByteArray("0"));
+    QCOMPARE(handle.errorText(), QByteArray("no error."));
+    QCOMPARE(handle.errorDetail(), QByteArray("no error."));
+    for (const QByteArray &key : SETTABLE)
+        QCOMPARE(handle.get(key), QByteArray());
+}
 
 void tst_Parameters::settableKeysAreStored_data()
 {
@@ -174,12 +186,16 @@ void tst_Parameters::nullPointersAreEmptyTexts()
     QCOMPARE(korrinGetParameter(handle.get(), nullptr), "");
 }
 
-void tst_Parameters::largeValue()
+void tst_Parameters::largeKeysAndValues()
 {
     const QByteArray value(1024 * 1024, 'v');
     Handle handle;
     QCOMPARE(handle.set("product_name", value), 1);
     QCOMPARE(handle.get("product_name"), value);
+    QCOMPARE(handle.set(value, "x"), 0);
+    QCOMPARE(handle.errorNo(), QByteArray("104"));
+    QCOMPARE(handle.get("func_args"), "key:" + value + ",data:x");
+    QCOMPARE(handle.get(value), QByteArray());
 }
 
 void tst_Parameters::latin1ValueComesBackInUtf8()
@@ -223,7 +239,10 @@ void tst_Parameters::unknownHandles_data()
     korrinDisposeHandle(disposed);
     QTest::newRow("null") << static_cast<void *>(nullptr);
     QTest::newRow("other memory") << static_cast<void *>(local);
-    QTest::newRow("odd number") << reinterpret_cast<void *>(quintptr(3));
+    for (const quintptr number : {1, 2, 3, 8, 4096}) {
+        QTest::newRow(QByteArray::number(qulonglong(number)).constData())
+            << reinterpret_cast<void *>(number);
+    }
     QTest::newRow("all ones") << reinterpret_cast<void *>(~quintptr(0));
     QTest::newRow("disposed") << disposed;
 }
@@ -245,6 +264,20 @@ void tst_Parameters::unknownHandles()
     QCOMPARE(korrinSendFile(unknown, "/dev/null"), 0);
     QCOMPARE(korrinRecvFile(unknown, "/dev/null"), 0);
     QCOMPARE(korrinDisposeHandle(unknown), 0);
+}
+
+void tst_Parameters::unknownHandleIsTraced()
+{
+    char local = 0;
+    const DebugCapture capture;
+    QCOMPARE(korrinGetParameter(&local, "mode"), "");
+    QCOMPARE(korrinDisposeHandle(&local), 0);
+    const QString refusal = QStringLiteral("\"102:invalid handle.\" ");
+    const QStringList expected = {
+        QStringLiteral(" "), QStringLiteral("@::korrinGetParameter() "),  refusal,
+        QStringLiteral(" "), QStringLiteral("@::korrinDisposeHandle() "), refusal,
+    };
+    QCOMPARE(capture.messages(), expected);
 }
 
 void tst_Parameters::placeholdersInValuesAreNotFilled()

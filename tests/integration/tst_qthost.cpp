@@ -132,17 +132,19 @@ void tst_QtHost::hostsTimersGoOnDuringACall()
 
 void tst_QtHost::callInsideACall()
 {
-    std::atomic<bool> innerAnswered{false};
-    server->setHandler([&innerAnswered](Connection &connection, const HttpRequest &request) {
-        while (connection.index == 0 && !innerAnswered && !connection.waitForPeerClose(1)) { }
-        connection.send(
-            xmlAnswer(requestedIs(request), "1", "0", connection.index == 0 ? "outer" : "inner"));
-        innerAnswered = true;
+    std::atomic<bool> innerReturned{false};
+    server->setHandler([&innerReturned](Connection &connection, const HttpRequest &request) {
+        const bool isOuter = connection.index == 0;
+        while (isOuter && !innerReturned && !connection.waitForPeerClose(1)) { }
+        connection.send(xmlAnswer(requestedIs(request), "1", "0", isOuter ? "outer" : "inner"));
     });
     Handle outer(baseParameters(server->url(), "remote_access"));
     Handle inner(baseParameters(server->url(), "remote_access"));
     int innerResult = 0;
-    whenRequested(1, [&] { innerResult = inner.checkEnable(); });
+    whenRequested(1, [&] {
+        innerResult = inner.checkEnable();
+        innerReturned = true;
+    });
     QCOMPARE(outer.checkEnable(), 1);
     QCOMPARE(innerResult, 1);
     QCOMPARE(outer.get("message"), QByteArray("outer"));

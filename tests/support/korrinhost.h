@@ -29,8 +29,8 @@ class Handle
 {
 public:
     explicit Handle(const Parameters &parameters = Parameters());
-    Handle(std::initializer_list<Parameters::value_type> parameters) :
-        Handle(Parameters(parameters))
+    Handle(std::initializer_list<Parameters::value_type> parameters)
+        : Handle(Parameters(parameters))
     {
     }
     ~Handle();
