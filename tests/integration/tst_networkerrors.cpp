@@ -87,8 +87,8 @@ void tst_NetworkErrors::cleanup()
 
 void tst_NetworkErrors::refusedConnection()
 {
-    Handle handle(
-        baseParameters("http://127.0.0.1:" + QByteArray::number(refusedPort()), "remote_access"));
+    const RefusingPort port;
+    Handle handle(baseParameters("http://" + port.authority(), "remote_access"));
     QCOMPARE(handle.checkEnable(), 0);
     QCOMPARE(errorOf(handle),
              CONNECTION_ERROR + "|network connection error. (QNetworkReply: 1 Connection refused)");

@@ -192,8 +192,8 @@ void tst_Proxy::httpsAsksForATunnel()
 void tst_Proxy::answerOfTheProxyIsTheAnswer()
 {
     ScriptedProxy proxy;
-    Handle handle(
-        baseParameters("http://127.0.0.1:" + QByteArray::number(refusedPort()), "remote_access"));
+    const RefusingPort origin;
+    Handle handle(baseParameters("http://" + origin.authority(), "remote_access"));
     handle.set("http_proxy", proxy.url());
     QCOMPARE(handle.checkEnable(), 0);
     QCOMPARE(numberAndText(handle), QByteArray("303|network content error.(502 Bad Gateway)"));
@@ -338,7 +338,8 @@ void tst_Proxy::refusedProxy()
     QFETCH(QByteArray, scheme);
     QFETCH(QByteArray, message);
     Handle handle(baseParameters(withScheme(server->url(), scheme), "remote_access"));
-    handle.set("http_proxy", "http://127.0.0.1:" + QByteArray::number(refusedPort()));
+    const RefusingPort proxy;
+    handle.set("http_proxy", "http://" + proxy.authority());
     QCOMPARE(handle.checkEnable(), 0);
     // Qt counts it among the connection errors.
     QCOMPARE(errorOf(handle),
@@ -349,8 +350,8 @@ void tst_Proxy::refusedProxy()
 void tst_Proxy::tunnelThatIsRefused()
 {
     ScriptedProxy proxy;
-    Handle handle(
-        baseParameters("https://127.0.0.1:" + QByteArray::number(refusedPort()), "remote_access"));
+    const RefusingPort origin;
+    Handle handle(baseParameters("https://" + origin.authority(), "remote_access"));
     handle.set("http_proxy", proxy.url());
     QCOMPARE(handle.checkEnable(), 0);
     QCOMPARE(proxy.requests().at(0).method, QByteArray("CONNECT"));
