@@ -1,4 +1,5 @@
-# The one place that knows the Qt major. Everything else links Korrin::Qt, and tests Korrin::QtTest.
+# The one place that knows the Qt major. Everything else links Korrin::Qt, Korrin::QtCore, and tests
+# Korrin::QtTest.
 set(KORRIN_QT_MAJOR 6 CACHE STRING "Qt major version to build against: 5 or 6")
 set_property(CACHE KORRIN_QT_MAJOR PROPERTY STRINGS 5 6)
 
@@ -24,6 +25,11 @@ target_compile_definitions(korrin_qt INTERFACE
   QT_NO_KEYWORDS
   QT_NO_FOREACH
 )
+
+# For what is linked to Qt Core alone.
+add_library(korrin_qt_core INTERFACE)
+add_library(Korrin::QtCore ALIAS korrin_qt_core)
+target_link_libraries(korrin_qt_core INTERFACE Qt${KORRIN_QT_MAJOR}::Core)
 
 if(KORRIN_BUILD_TESTS)
   find_package(Qt${KORRIN_QT_MAJOR} REQUIRED COMPONENTS Test)

@@ -42,7 +42,3 @@ struct Catalogue
     const UpdateFile *file(const std::string &name, const std::string &version) const;
     bool hasBucket(const std::string &name) const;
 };
-
-/// True when @p version comes after @p other: runs of digits compare as numbers, the rest byte by
-/// byte, so that "1.10" comes after "1.9".
-bool isNewerVersion(const std::string &version, const std::string &other);

@@ -1,5 +1,7 @@
 #include "updateservice.h"
 
+#include "version.h"
+
 namespace
 {
 

@@ -1,0 +1,50 @@
+#include "listings.h"
+
+#include "errortable.h"
+#include "exitstatus.h"
+#include "keys.h"
+
+#include <cstdio>
+#include <korrin.h>
+
+namespace
+{
+
+void print(const ErrorDescription &error)
+{
+    std::printf("%3d  %s\n     Cause:  %s\n     Remedy: %s\n", error.number, error.text,
+                error.cause, error.remedy);
+}
+
+} // namespace
+
+int printVersions()
+{
+    std::printf("korrin %s, library %s\n", KORRIN_VERSION, korrinGetSoftVersion());
+    return EXIT_FINE;
+}
+
+int printParameters()
+{
+    std::printf("%-25s%-8s%-7s%-11s%s\n", "KEY", "", "UNIT", "DEFAULT", "MEANING");
+    for (const Key &key : allKeys()) {
+        std::printf("%-25s%-8s%-7s%-11s%s\n", key.name, key.settable ? "set" : "result", key.unit,
+                    key.defaultValue, key.meaning);
+    }
+    return EXIT_FINE;
+}
+
+int printErrors(int number)
+{
+    if (number < 0) {
+        for (const ErrorDescription &error : allErrors())
+            print(error);
+        return EXIT_FINE;
+    }
+    const ErrorDescription *error = findError(number);
+    if (!error)
+        throw Failure(EXIT_USAGE, "there is no error " + std::to_string(number)
+                                      + "; 'korrin errors' lists all");
+    print(*error);
+    return EXIT_FINE;
+}
