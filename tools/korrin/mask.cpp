@@ -23,9 +23,10 @@ std::string passwordOf(const std::string &url)
         : url.substr(colon + 1, at - colon - 1);
 }
 
-std::string percentEncoded(const std::string &text)
+/// @param kept  the reserved characters that stand for themselves, as in a query
+std::string percentEncoded(const std::string &text, const char *kept = "")
 {
-    return QByteArray::fromStdString(text).toPercentEncoding().toStdString();
+    return QByteArray::fromStdString(text).toPercentEncoding(kept).toStdString();
 }
 
 std::string percentDecoded(const std::string &text)
@@ -56,7 +57,8 @@ Mask::Mask(const Parameters &parameters)
 
 void Mask::add(const std::string &secret)
 {
-    for (const std::string &form : {secret, percentEncoded(secret), percentDecoded(secret)}) {
+    for (const std::string &form : {secret, percentEncoded(secret), percentDecoded(secret),
+                                    percentEncoded(secret, "!$'()*+,/:;=?@")}) {
         if (form.size() >= SHORTEST_SEARCHED_BYTES)
             secrets.push_back(form);
     }
