@@ -39,6 +39,18 @@ ExchangeStream &ExchangeStream::current()
     return *currentStream;
 }
 
+void ExchangeStream::setSubject(Subject found)
+{
+    subject = std::move(found);
+    handled = true;
+}
+
+void ExchangeStream::setPassThrough()
+{
+    passesThrough = true;
+    handled = true;
+}
+
 ssize_t ExchangeStream::read(char *out, size_t size)
 {
     const ssize_t got = connection.read(out, size);
@@ -76,7 +88,8 @@ bool ExchangeStream::finish()
     exchange.durationMs = duration.count();
     exchange.answerBytes = sentBytes;
     journal.ended(exchange);
-    return !broken;
+    // What httplib refused by itself was no HTTP: where the next request begins is not known.
+    return !broken && handled;
 }
 
 /// Notes the exchange, then lets the answer go, so that whoever has the answer finds it noted.

@@ -45,9 +45,9 @@ public:
     static ExchangeStream &current();
 
     /// The handler's findings; must come before the answer.
-    void setSubject(Subject found) { subject = std::move(found); }
+    void setSubject(Subject found);
     /// The exchange is no business of the device's: it is neither kept nor faulty.
-    void setPassThrough() { passesThrough = true; }
+    void setPassThrough();
 
     /// Sends what is left. False when the connection must be closed.
     bool finish();
@@ -73,6 +73,7 @@ private:
     Subject subject;
     Exchange exchange;
     std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+    bool handled = false; ///< by one of our handlers
     bool passesThrough = false;
     bool begunSending = false;
     bool broken = false;

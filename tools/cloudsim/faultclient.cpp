@@ -57,7 +57,8 @@ std::string FaultClient::ask(const std::string &method, const std::string &path,
 
 void FaultClient::list()
 {
-    for (const json &rule : json::parse(ask("GET", FAULTS, "")).at("faults"))
+    const json answer = json::parse(ask("GET", FAULTS, ""));
+    for (const json &rule : answer.at("faults"))
         print(rule);
 }
 

@@ -101,14 +101,16 @@ FaultMatch matchFromJson(const json &object)
         match.every = wholeNumber(object, "every", 1, UINT32_MAX);
     if (object.contains("next"))
         match.next = wholeNumber(object, "next", 1, UINT32_MAX);
-    if (object.contains("seed"))
-        match.seed = wholeNumber(object, "seed", 0, UINT64_MAX);
     if (object.contains("probability")) {
         const json &value = object.at("probability");
         if (!value.is_number() || value.get<double>() < 0 || value.get<double>() > 1)
             refuse("probability", "a number from 0 to 1");
         match.probability = value.get<double>();
     }
+    if (object.contains("seed") && !match.probability)
+        throw std::invalid_argument("\"seed\" belongs to \"probability\"");
+    if (object.contains("seed"))
+        match.seed = wholeNumber(object, "seed", 0, UINT64_MAX);
     if ((match.every > 0) + (match.next > 0) + match.probability.has_value() > 1)
         throw std::invalid_argument("only one of \"every\", \"next\", \"probability\" may be given");
     return match;

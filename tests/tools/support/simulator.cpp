@@ -35,9 +35,15 @@ bool Simulator::start(const QStringList &arguments)
 
 int Simulator::stop()
 {
+    if (process.state() != QProcess::NotRunning)
+        process.terminate();
+    return wait();
+}
+
+int Simulator::wait()
+{
     if (process.state() == QProcess::NotRunning)
         return process.exitCode();
-    process.terminate();
     if (process.waitForFinished(STOP_TIMEOUT_MS))
         return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
     process.kill();

@@ -18,6 +18,8 @@ public:
     bool start(const QStringList &arguments = {});
     /// Ends it with SIGTERM. @return its exit status, -1 when it had to be killed
     int stop();
+    /// Waits for its end. @return as stop()
+    int wait();
 
     /// "http://127.0.0.1:40123/"
     QByteArray url() const { return address; }
