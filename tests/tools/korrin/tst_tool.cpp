@@ -87,6 +87,8 @@ private Q_SLOTS:
 
     void completion_data();
     void completion();
+    void manualsNameEveryOption_data();
+    void manualsNameEveryOption();
 
 private:
     ToolResult run(const QString &arguments) { return runTool(words(arguments), work->path()); }
@@ -641,6 +643,35 @@ void tst_Tool::completion()
     bash.start(QStringLiteral("bash"), {QStringLiteral("-c"), script});
     QVERIFY(bash.waitForFinished());
     QCOMPARE(bash.readAllStandardOutput().trimmed(), replies);
+}
+
+void tst_Tool::manualsNameEveryOption_data()
+{
+    QTest::addColumn<QString>("command");
+    for (const char *command : {"check", "send", "send-file", "recv", "recv-file", "errors"})
+        QTest::newRow(command) << QString::fromLatin1(command);
+}
+
+void tst_Tool::manualsNameEveryOption()
+{
+    QFETCH(QString, command);
+    const QByteArray page = contents(QStringLiteral(KORRIN_DOCS "/man/korrin.1")).replace("\\-", "-");
+    const QByteArray manual = contents(QStringLiteral(KORRIN_DOCS "/tool.md"));
+    const QByteArray completion = contents(QStringLiteral(KORRIN_COMPLETION));
+    const QString help = QString::fromUtf8(run(command + QStringLiteral(" --help")).out);
+    QRegularExpressionMatchIterator options =
+        QRegularExpression(QStringLiteral("--[a-z0-9-]+")).globalMatch(help);
+    int count = 0;
+    for (; options.hasNext(); ++count) {
+        const QByteArray option = options.next().captured().toLatin1();
+        QVERIFY2(page.contains(option), option.constData());
+        QVERIFY2(completion.contains(option), option.constData());
+        if (option != "--help" && option != "--param")
+            QVERIFY2(manual.contains(option), option.constData());
+    }
+    QVERIFY(count > 0);
+    QVERIFY(page.contains("\n.B " + command.toLatin1() + "\n"));
+    QVERIFY(manual.contains("`korrin " + command.toLatin1()));
 }
 
 QTEST_GUILESS_MAIN(tst_Tool)
