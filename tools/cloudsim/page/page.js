@@ -349,21 +349,31 @@ function describe(object, left) {
   return Object.entries(object).filter(([key]) => !left.includes(key)).map(([key, value]) => key + " " + value).join(", ");
 }
 
+function faultRow(rule) {
+  const parameters = describe(rule, ["id", "enabled", "match", "fault", "hits"]);
+  const title = rule.fault + (parameters ? ", " + parameters : "");
+  const toggle = element("button", {type: "button", role: "switch", "aria-label": title});
+  toggle.addEventListener("click", () => tryFault(() =>
+    change("PATCH", "faults/" + rule.id, {enabled: toggle.getAttribute("aria-checked") !== "true"})));
+  return element("tr", {"data-id": rule.id},
+    cell(toggle), cell(title), cell(describe(rule.match, []) || "every exchange"), cell("", "number", "hits"),
+    cell(element("button", {type: "button", class: "danger", "aria-label": "Remove " + title,
+                            onclick: () => tryFault(() => change("DELETE", "faults/" + rule.id))}, "Remove"), "number"));
+}
+
+/** Rows stay the same elements, so that a key or a click that is under way meets its switch. */
 function showFaults(rules) {
   byId("count-faults").textContent = rules.filter(rule => rule.enabled).length || "";
-  const focused = document.activeElement && document.activeElement.id;
-  fill("fault-table", rules.map(rule => {
-    const parameters = describe(rule, ["id", "enabled", "match", "fault", "hits"]);
-    const title = rule.fault + (parameters ? ", " + parameters : "");
-    return element("tr", {},
-      cell(element("button", {type: "button", role: "switch", id: "switch-" + rule.id, "aria-checked": String(rule.enabled),
-                              "aria-label": title, onclick: () => tryFault(() => change("PATCH", "faults/" + rule.id, {enabled: !rule.enabled}))})),
-      cell(title), cell(describe(rule.match, []) || "every exchange"), cell(count(rule.hits), "number", "hits"),
-      cell(element("button", {type: "button", class: "danger", "aria-label": "Remove " + title,
-                              onclick: () => tryFault(() => change("DELETE", "faults/" + rule.id))}, "Remove"), "number"));
-  }));
-  if (focused && focused.startsWith("switch-") && byId(focused))
-    byId(focused).focus();
+  const old = new Map([...byId("fault-table").tBodies[0].rows].map(row => [row.dataset.id, row]));
+  const rows = rules.map(rule => {
+    const row = old.get(String(rule.id)) || faultRow(rule);
+    row.querySelector("[role=switch]").setAttribute("aria-checked", String(rule.enabled));
+    row.querySelector("td.number").textContent = count(rule.hits);
+    return row;
+  });
+  const isSame = rows.length === old.size && rows.every(row => row.isConnected);
+  if (!isSame || rows.length === 0)
+    fill("fault-table", rows);
 }
 
 async function tryFault(action) {
