@@ -2,6 +2,7 @@
 
 #include "client.h"
 #include "clouderror.h"
+#include "cloudlogfile.h"
 #include "debugoutput.h"
 #include "handlemanager.h"
 #include "requestquery.h"
@@ -9,12 +10,10 @@
 #include "uploader.h"
 
 #include <QDateTime>
-#include <QFile>
 #include <QFileInfo>
 #include <QStringList>
 #include <QUrl>
 
-#include <cstdio>
 #include <new>
 
 namespace
@@ -22,9 +21,7 @@ namespace
 
 const QString FILE_NAME = QStringLiteral("cloudlog.txt");
 const QString DATE_TIME_FORMAT = QStringLiteral("yyyy/MM/dd hh:mm:ss.zzz");
-constexpr QIODevice::OpenMode READ_MODE = QIODevice::ReadOnly | QIODevice::Text;
-constexpr QIODevice::OpenMode WRITE_AND_APPEND_MODE =
-    QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text;
+constexpr qint64 NO_LIMIT = -1;
 constexpr int CONSTRUCTOR_LINE = 88;
 constexpr int SERVER_ERROR_GROUP = 2;
 
@@ -167,46 +164,26 @@ bool CloudLogSender::sendThisData()
 
 bool CloudLogSender::saveToFile() const
 {
-    if (!fitsIntoFile())
-        return false;
-    QFile file(fileName);
-    if (!file.open(WRITE_AND_APPEND_MODE))
-        return false;
-    file.write(sendData + '\n');
-    return true;
-}
-
-bool CloudLogSender::fitsIntoFile() const
-{
     bool isNumber = false;
     const int maxSizeBytes = maxFileSize.toInt(&isNumber);
-    // The line break after the record is not counted.
-    return !isNumber
-        || (maxSizeBytes > 0 && QFileInfo(fileName).size() + sendData.size() <= maxSizeBytes);
+    if (isNumber && maxSizeBytes <= 0)
+        return false;
+    return CloudLogFile(fileName, tempFileName)
+        .append(sendData, isNumber ? maxSizeBytes : NO_LIMIT);
 }
 
 bool CloudLogSender::sendFromFile()
 {
-    QFile file(fileName);
-    if (!file.open(READ_MODE))
+    CloudLogFile file(fileName, tempFileName);
+    if (!file.openForSending())
         return false;
-    while (!file.atEnd()) {
-        const QByteArray record = file.readLine();
-        if (post(record) || isRefusedByServer())
-            continue;
-        if (!keepRest(record, file))
-            return false;
-        break;
+    QByteArray record;
+    while (file.readRecord(&record)) {
+        if (!post(record) && !isRefusedByServer())
+            return file.keepRest();
+        file.dropRecord();
     }
-    file.close();
-
-    // The temporary file, if there is one, holds the rest; both paths are made before anything
-    // goes.
-    const QByteArray path = fileName.toLocal8Bit();
-    const QByteArray tempPath = tempFileName.toLocal8Bit();
-    std::remove(path.constData());
-    std::rename(tempPath.constData(), path.constData());
-    return true;
+    return file.finish();
 }
 
 bool CloudLogSender::post(const QByteArray &record)
@@ -218,16 +195,6 @@ bool CloudLogSender::post(const QByteArray &record)
 bool CloudLogSender::isRefusedByServer() const
 {
     return getParameter(clouddefs::PKEY_ERROR_NO).toInt() / 100 == SERVER_ERROR_GROUP;
-}
-
-bool CloudLogSender::keepRest(const QByteArray &failedRecord, QFile &file) const
-{
-    QFile rest(tempFileName);
-    if (!rest.open(WRITE_AND_APPEND_MODE))
-        return false;
-    rest.write(failedRecord);
-    rest.write(file.readAll());
-    return true;
 }
 
 QString CloudLogSender::getParameter(const QString &key) const

@@ -6,7 +6,6 @@
 #include <QByteArray>
 #include <QScopedPointer>
 
-class QFile;
 class Uploader;
 
 /// Records one finished call in the cloud log: posts the record, or keeps it in a local file whose
@@ -44,8 +43,6 @@ private:
     QString getParameter(const QString &key) const;
     bool post(const QByteArray &record);
     bool isRefusedByServer() const;
-    bool fitsIntoFile() const;
-    bool keepRest(const QByteArray &failedRecord, QFile &file) const;
 
     void *const handle;                ///< the clone, owned; null for an unknown caller's handle
     QScopedPointer<Uploader> uploader; ///< null when logging is off or could not be set up

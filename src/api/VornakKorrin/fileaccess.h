@@ -1,0 +1,59 @@
+#ifndef KORRIN_FILEACCESS_H
+#define KORRIN_FILEACCESS_H
+
+#include <cerrno>
+#include <cstddef>
+
+#include <sys/types.h>
+
+/// Calls again what a signal interrupted; not for ever, whatever the system does.
+template <typename Call>
+auto uninterrupted(Call call)
+{
+    const int mostCalls = 100;
+    auto result = call();
+    for (int calls = 1; result == -1 && errno == EINTR && calls < mostCalls; ++calls)
+        result = call();
+    return result;
+}
+
+/// A file descriptor for the length of a scope.
+class FileDescriptor
+{
+public:
+    explicit FileDescriptor(int number) : number(number) {}
+    ~FileDescriptor();
+    FileDescriptor(const FileDescriptor &) = delete;
+    FileDescriptor &operator=(const FileDescriptor &) = delete;
+
+    int get() const { return number; }
+    bool isOpen() const { return number >= 0; }
+
+private:
+    const int number;
+};
+
+/// A lock on a directory that ends with the object, at the latest with the process. It is waited for
+/// only for a while: a process that stands still must not hold up all others.
+class DirectoryLock
+{
+public:
+    explicit DirectoryLock(const char *path);
+
+    /// Makes what was created, renamed or removed in the directory survive a loss of power.
+    bool sync() const;
+
+private:
+    const FileDescriptor directory;
+};
+
+/// Opens a regular file; -1 for anything else. Never waits.
+int openRegularFile(const char *path, int flags);
+
+/// @return false unless everything was written
+bool writeAll(int fd, const char *data, size_t size);
+
+/// Reads until @p size bytes are there or the file ends. @return the bytes read, -1 on an error
+ssize_t readAllAt(int fd, char *out, size_t size, off_t offset);
+
+#endif

@@ -1,0 +1,186 @@
+/* Preloaded into a host: what it does with files below one directory goes wrong at the n-th time.
+ *
+ *   KORRIN_FAULT_DIR   the directory, absolute
+ *   KORRIN_FAULT       CALL,N,ACTION[,forever]
+ *
+ * CALL is open, read, write, sync, rename, remove or any. ACTION is kill (the process, before the
+ * call), short (a write of half the bytes), or the number of an error. */
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdarg.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+enum { MAX_DESCRIPTORS = 4096, KILL = -1, SHORT = -2, NONE = 0 };
+
+static char directory[4096];
+static char wantedCall[16];
+static int wantedNumber;
+static int action;
+static int forever;
+
+static pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+static int calls;
+static char watched[MAX_DESCRIPTORS];
+
+static void *real(const char *name)
+{
+    return dlsym(RTLD_NEXT, name);
+}
+
+__attribute__((constructor)) static void readEnvironment(void)
+{
+    const char *path = getenv("KORRIN_FAULT_DIR");
+    const char *fault = getenv("KORRIN_FAULT");
+    if (!path || !fault)
+        return;
+    strncpy(directory, path, sizeof directory - 1);
+    const char *comma = strchr(fault, ',');
+    memcpy(wantedCall, fault, (size_t)(comma - fault));
+    wantedNumber = atoi(comma + 1);
+    const char *what = strchr(comma + 1, ',') + 1;
+    action = strncmp(what, "kill", 4) == 0 ? KILL : strncmp(what, "short", 5) == 0 ? SHORT : atoi(what);
+    forever = strstr(what, ",forever") != NULL;
+}
+
+static int isWatchedPath(const char *path)
+{
+    return directory[0] && strncmp(path, directory, strlen(directory)) == 0;
+}
+
+static int isWatched(int fd)
+{
+    return fd >= 0 && fd < MAX_DESCRIPTORS && watched[fd];
+}
+
+static void watch(int fd, int on)
+{
+    if (fd >= 0 && fd < MAX_DESCRIPTORS)
+        watched[fd] = (char)on;
+}
+
+/* What befalls this call: NONE, SHORT, or an error number. Does not return from a kill. */
+static int faultOf(const char *call)
+{
+    if (strcmp(wantedCall, "any") != 0 && strcmp(wantedCall, call) != 0)
+        return NONE;
+    pthread_mutex_lock(&mutex);
+    const int number = ++calls;
+    pthread_mutex_unlock(&mutex);
+    if (forever ? number < wantedNumber : number != wantedNumber)
+        return NONE;
+    if (action == KILL)
+        kill(getpid(), SIGKILL);
+    return action;
+}
+
+static int fails(int isOurs, const char *call)
+{
+    const int fault = isOurs ? faultOf(call) : NONE;
+    if (fault <= 0)
+        return 0;
+    errno = fault;
+    return 1;
+}
+
+#define DEFINE_OPEN(name)                                                                          \
+    int name(const char *path, int flags, ...)                                                     \
+    {                                                                                              \
+        va_list arguments;                                                                         \
+        va_start(arguments, flags);                                                                \
+        const mode_t mode = (flags & (O_CREAT | __O_TMPFILE)) ? va_arg(arguments, mode_t) : 0;     \
+        va_end(arguments);                                                                         \
+        if (fails(isWatchedPath(path), "open"))                                                    \
+            return -1;                                                                             \
+        int (*next)(const char *, int, ...) = (int (*)(const char *, int, ...))real(#name);        \
+        const int fd = next(path, flags, mode);                                                    \
+        watch(fd, isWatchedPath(path));                                                            \
+        return fd;                                                                                 \
+    }
+DEFINE_OPEN(open)
+DEFINE_OPEN(open64)
+
+int close(int fd)
+{
+    watch(fd, 0);
+    return ((int (*)(int))real("close"))(fd);
+}
+
+ssize_t read(int fd, void *out, size_t size)
+{
+    if (fails(isWatched(fd), "read"))
+        return -1;
+    return ((ssize_t(*)(int, void *, size_t))real("read"))(fd, out, size);
+}
+
+#define DEFINE_PREAD(name, offsetType)                                                             \
+    ssize_t name(int fd, void *out, size_t size, offsetType offset)                                \
+    {                                                                                              \
+        if (fails(isWatched(fd), "read"))                                                          \
+            return -1;                                                                             \
+        return ((ssize_t(*)(int, void *, size_t, offsetType))real(#name))(fd, out, size, offset);  \
+    }
+DEFINE_PREAD(pread, off_t)
+DEFINE_PREAD(pread64, off64_t)
+
+/* The bytes that may be written, or -1. */
+static ssize_t allowed(int fd, size_t size)
+{
+    const int fault = isWatched(fd) ? faultOf("write") : NONE;
+    if (fault == SHORT)
+        return (ssize_t)(size / 2);
+    if (fault > 0) {
+        errno = fault;
+        return -1;
+    }
+    return (ssize_t)size;
+}
+
+ssize_t write(int fd, const void *data, size_t size)
+{
+    const ssize_t count = allowed(fd, size);
+    return count < 0
+        ? -1
+        : ((ssize_t(*)(int, const void *, size_t))real("write"))(fd, data, (size_t)count);
+}
+
+#define DEFINE_PWRITE(name, offsetType)                                                            \
+    ssize_t name(int fd, const void *data, size_t size, offsetType offset)                         \
+    {                                                                                              \
+        const ssize_t count = allowed(fd, size);                                                   \
+        return count < 0 ? -1                                                                      \
+                         : ((ssize_t(*)(int, const void *, size_t, offsetType))real(#name))(       \
+                               fd, data, (size_t)count, offset);                                   \
+    }
+DEFINE_PWRITE(pwrite, off_t)
+DEFINE_PWRITE(pwrite64, off64_t)
+
+int fsync(int fd)
+{
+    return fails(isWatched(fd), "sync") ? -1 : ((int (*)(int))real("fsync"))(fd);
+}
+
+int ftruncate64(int fd, off64_t size)
+{
+    return fails(isWatched(fd), "write") ? -1
+                                         : ((int (*)(int, off64_t))real("ftruncate64"))(fd, size);
+}
+
+int rename(const char *from, const char *to)
+{
+    return fails(isWatchedPath(from), "rename")
+        ? -1
+        : ((int (*)(const char *, const char *))real("rename"))(from, to);
+}
+
+int remove(const char *path)
+{
+    return fails(isWatchedPath(path), "remove") ? -1
+                                                : ((int (*)(const char *))real("remove"))(path);
+}

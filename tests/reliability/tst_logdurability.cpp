@@ -1,0 +1,355 @@
+#include "logcloud.h"
+#include "scripthost.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <cerrno>
+
+using namespace korrintest;
+
+namespace
+{
+
+const int MOST_CALLS = 500;
+
+/// The tests' long form, which takes minutes.
+bool isLongForm()
+{
+    return qEnvironmentVariableIsSet("KORRIN_LONG");
+}
+
+QHash<QString, QString> faultEnvironment(const QTemporaryDir &directory, const QByteArray &fault)
+{
+    QHash<QString, QString> environment;
+    // A sanitizer's runtime must come first; it is then linked into the host's library.
+    environment.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(KORRIN_TEST_FILEFAULTS));
+    environment.insert(QStringLiteral("KORRIN_FAULT_DIR"), directory.path());
+    environment.insert(QStringLiteral("KORRIN_FAULT"), QString::fromLatin1(fault));
+    return environment;
+}
+
+/// A device in a process of its own that keeps its log in a directory.
+class Device
+{
+public:
+    Device(const LogCloud &cloud, const QTemporaryDir &directory,
+           const QHash<QString, QString> &environment = {})
+        : host(directory.path(), environment)
+    {
+        host.call("open");
+        handle = host.create();
+        for (const auto &[key, value] : QList<std::pair<QByteArray, QByteArray>>{
+                 {"server_url", cloud.url()},
+                 {"mode", "update"},
+                 {"recv_timeout", "10"},
+                 {"cloud_log_file_save_dir", directory.path().toLocal8Bit()}})
+            host.set(handle, key, value);
+    }
+
+    /// @return true when the call returned, and with it the promise that the record is safe
+    bool call(const QByteArray &product)
+    {
+        return host.set(handle, "product_no", product) == 1 && host.check(handle) >= 0;
+    }
+
+private:
+    ScriptHost host;
+    QByteArray handle;
+};
+
+} // namespace
+
+/// Records that a call has kept survive kills, loss of power and failing disks.
+class tst_LogDurability : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void killBeforeAnyCall();
+    void failingCalls_data();
+    void failingCalls();
+    void fileIsTheOwnersOnly();
+    void tornRecordDoesNotRunIntoTheNext();
+    void foreignTextIsContinued();
+    void interruptedRewritingIsTakenUp_data();
+    void interruptedRewritingIsTakenUp();
+    void sentRecordsAreMarkedUntilTheFileIsGone();
+
+private:
+    QString path(const char *name = "cloudlog.txt") const
+    {
+        return directory->filePath(QLatin1String(name));
+    }
+    QByteArray contents(const char *name = "cloudlog.txt") const;
+    void write(const char *name, const QByteArray &bytes) const;
+    QList<QByteArray> history(Device &device, LogCloud &cloud, bool *survived);
+
+    QScopedPointer<QTemporaryDir> directory;
+};
+
+void tst_LogDurability::init()
+{
+    directory.reset(new QTemporaryDir);
+}
+
+QByteArray tst_LogDurability::contents(const char *name) const
+{
+    QFile file(path(name));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void tst_LogDurability::write(const char *name, const QByteArray &bytes) const
+{
+    QFile file(path(name));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(bytes), qint64(bytes.size()));
+}
+
+/// Three records are kept, then one of them goes out, then all. @return the calls that returned
+QList<QByteArray> tst_LogDurability::history(Device &device, LogCloud &cloud, bool *survived)
+{
+    QList<QByteArray> returned;
+    const QList<QPair<QByteArray, int>> calls = {{"P1", 0}, {"P2", 0}, {"P3", 0}, {"P4", 1},
+                                                 {"P5", 0}, {"P6", -1}, {"P7", -1}};
+    *survived = false;
+    for (const auto &call : calls) {
+        cloud.take(call.second);
+        if (!device.call(call.first))
+            return returned;
+        returned << call.first;
+    }
+    *survived = true;
+    return returned;
+}
+
+void tst_LogDurability::killBeforeAnyCall()
+{
+    bool survived = false;
+    int number = 0;
+    while (!survived && ++number < MOST_CALLS) {
+        init();
+        LogCloud cloud;
+        QList<QByteArray> returned;
+        {
+            Device device(cloud, *directory,
+                          faultEnvironment(*directory, "any," + QByteArray::number(number) + ",kill"));
+            returned = history(device, cloud, &survived);
+        }
+        const QByteArray underWay = cloud.lastTaken();
+        cloud.take(-1);
+        Device next(cloud, *directory);
+        // What was left in a temporary file comes a call later.
+        QVERIFY(next.call("next") && next.call("last"));
+
+        const QHash<QByteArray, int> taken = cloud.taken();
+        const QByteArray where = "killed before call " + QByteArray::number(number) + ": ";
+        for (const QByteArray &product : returned)
+            QVERIFY2(taken.value(product) > 0, (where + product + " is lost").constData());
+        for (auto it = taken.begin(); it != taken.end(); ++it) {
+            QVERIFY2(it.value() == 1 || (it.value() == 2 && it.key() == underWay),
+                     (where + it.key() + " arrived " + QByteArray::number(it.value()) + " times")
+                         .constData());
+        }
+        QVERIFY2(cloud.broken().isEmpty(), (where + cloud.broken().value(0)).constData());
+        QCOMPARE(QDir(directory->path()).entryList(QDir::Files), QStringList());
+    }
+    QVERIFY(survived);
+    QVERIFY2(number > 60, QByteArray::number(number).constData());
+}
+
+void tst_LogDurability::failingCalls_data()
+{
+    QTest::addColumn<QByteArray>("call");
+    QTest::addColumn<QByteArray>("action");
+    const auto add = [](const char *call, const char *name, int error) {
+        const QByteArray number = QByteArray::number(error);
+        QTest::newRow((QByteArray(call) + " " + name + " once").constData())
+            << QByteArray(call) << number;
+        QTest::newRow((QByteArray(call) + " " + name + " for ever").constData())
+            << QByteArray(call) << number + ",forever";
+    };
+    for (const char *call : {"open", "read", "write", "sync", "rename", "remove"}) {
+        add(call, "EIO", EIO);
+        add(call, "EINTR", EINTR);
+        if (isLongForm()) {
+            add(call, "ENOSPC", ENOSPC);
+            add(call, "EACCES", EACCES);
+        }
+    }
+    QTest::newRow("short write once") << QByteArray("write") << QByteArray("short");
+    QTest::newRow("short write for ever") << QByteArray("write") << QByteArray("short,forever");
+}
+
+/// No failure of a call, whichever and whenever, takes records that were safe before.
+void tst_LogDurability::failingCalls()
+{
+    QFETCH(QByteArray, call);
+    QFETCH(QByteArray, action);
+    const int mostNumber = action.endsWith("forever") ? 3 : 10;
+    for (int number = 1; number <= mostNumber; ++number) {
+        init();
+        LogCloud cloud;
+        cloud.take(0);
+        {
+            Device healthy(cloud, *directory);
+            for (const char *product : {"P1", "P2", "P3"})
+                QVERIFY(healthy.call(product));
+        }
+        {
+            Device sick(cloud, *directory,
+                        faultEnvironment(*directory,
+                                         call + ',' + QByteArray::number(number) + ',' + action));
+            QElapsedTimer timer;
+            timer.start();
+            cloud.take(1);
+            QVERIFY(sick.call("P4"));
+            cloud.take(0);
+            QVERIFY(sick.call("P5"));
+            QVERIFY2(timer.elapsed() < 5000, QByteArray::number(timer.elapsed()).constData());
+        }
+        cloud.take(-1);
+        Device next(cloud, *directory);
+        QVERIFY(next.call("next") && next.call("last"));
+        const QHash<QByteArray, int> taken = cloud.taken();
+        for (const char *product : {"P1", "P2", "P3"}) {
+            QVERIFY2(taken.value(product) > 0,
+                     (QByteArray(product) + " is lost after failure "
+                      + QByteArray::number(number)).constData());
+        }
+        QVERIFY2(cloud.broken().isEmpty(), cloud.broken().value(0).constData());
+    }
+}
+
+void tst_LogDurability::fileIsTheOwnersOnly()
+{
+    LogCloud cloud;
+    Device device(cloud, *directory);
+    cloud.take(0);
+    QVERIFY(device.call("P1"));
+    const QFile::Permissions ownerOnly = QFile::ReadOwner | QFile::WriteOwner;
+    const auto permissions = [this] {
+        return QFile::permissions(path()) & ~(QFile::ReadUser | QFile::WriteUser);
+    };
+    QCOMPARE(permissions(), ownerOnly);
+    QVERIFY(device.call("P2"));
+    cloud.take(1);
+    QVERIFY(device.call("P3")); // rewrites the file
+    QCOMPARE(permissions(), ownerOnly);
+}
+
+void tst_LogDurability::tornRecordDoesNotRunIntoTheNext()
+{
+    LogCloud cloud;
+    Device device(cloud, *directory);
+    cloud.take(0);
+    QVERIFY(device.call("P1"));
+    const QByteArray whole = contents();
+    for (int size = 1; size < whole.size(); ++size) {
+        write("cloudlog.txt", "is=cloudlog&rec=0\n" + whole.left(size));
+        cloud.take(0);
+        QVERIFY(device.call("P2"));
+        const QList<QByteArray> lines = contents().split('\n');
+        QCOMPARE(lines.size(), 4);
+        QCOMPARE(lines.at(1), whole.left(size));
+        QVERIFY(lines.at(2).startsWith("is=cloudlog&lang="));
+        size += size > 20 ? 37 : 0; // each byte of the beginning, samples of the rest
+    }
+}
+
+void tst_LogDurability::foreignTextIsContinued()
+{
+    LogCloud cloud;
+    Device device(cloud, *directory);
+    cloud.take(0);
+    write("cloudlog.txt", "is=cloudlog&rec=1");
+    QVERIFY(device.call("P1"));
+    QVERIFY(contents().startsWith("is=cloudlog&rec=1is=cloudlog&lang="));
+}
+
+void tst_LogDurability::interruptedRewritingIsTakenUp_data()
+{
+    QTest::addColumn<QByteArray>("log");
+    QTest::addColumn<QByteArray>("temp");
+    QTest::addColumn<QByteArray>("second");
+    QTest::addColumn<QByteArray>("sent");
+    const QByteArray sentOne = QByteArray(1, '\0') + "s=cloudlog&rec=1\n";
+    QTest::newRow("nothing was left")
+        << QByteArray("is=cloudlog&rec=1\n") << QByteArray() << QByteArray() << QByteArray("1");
+    QTest::newRow("one had gone out")
+        << sentOne + "is=cloudlog&rec=2\n" << QByteArray() << QByteArray() << QByteArray("2");
+    QTest::newRow("all had gone out") << sentOne << QByteArray() << QByteArray() << QByteArray();
+    QTest::newRow("the rest was half written")
+        << sentOne + "is=cloudlog&rec=2\nis=cloudlog&rec=3\n" << QByteArray("is=cloudlog&rec=2\nis=cl")
+        << QByteArray() << QByteArray("2 3");
+    QTest::newRow("the rest was written")
+        << sentOne + "is=cloudlog&rec=2\n" << QByteArray("is=cloudlog&rec=2\n") << QByteArray()
+        << QByteArray("2");
+    QTest::newRow("records of an earlier time")
+        << QByteArray("is=cloudlog&rec=2\n") << QByteArray("is=cloudlog&rec=1\n") << QByteArray()
+        << QByteArray("2 1");
+    QTest::newRow("records of an earlier time, half put together")
+        << QByteArray("is=cloudlog&rec=2\n") << QByteArray("is=cloudlog&rec=1\n")
+        << QByteArray("is=cloudlog&rec=1\nis=") << QByteArray("2 1");
+    QTest::newRow("records of an earlier time, put together")
+        << QByteArray("is=cloudlog&rec=1\nis=cloudlog&rec=2\n") << QByteArray("is=cloudlog&rec=1\n")
+        << QByteArray() << QByteArray("1 2");
+}
+
+void tst_LogDurability::interruptedRewritingIsTakenUp()
+{
+    QFETCH(QByteArray, log);
+    QFETCH(QByteArray, temp);
+    QFETCH(QByteArray, second);
+    QFETCH(QByteArray, sent);
+    QList<QByteArray> seen;
+    ScriptedServer server([&](Connection &connection, const HttpRequest &request) {
+        const bool isLog = formValue(request.body, "is") == "cloudlog";
+        if (isLog && request.body.contains("rec="))
+            seen << formValue(request.body, "rec").trimmed();
+        connection.send(xmlAnswer(isLog ? "cloudlog" : "chkud"));
+    });
+    write("cloudlog.txt", log);
+    if (!temp.isEmpty())
+        write("cloudlog.txt_", temp);
+    if (!second.isEmpty())
+        write("cloudlog.txt__", second);
+    ScriptHost host(directory->path());
+    host.call("open");
+    const QByteArray handle = host.create();
+    host.set(handle, "server_url", server.url());
+    host.set(handle, "mode", "update");
+    host.set(handle, "product_no", "PN");
+    QCOMPARE(host.check(handle), 1);
+    QCOMPARE(host.check(handle), 1);
+    QCOMPARE(seen.join(' '), sent);
+    QCOMPARE(QDir(directory->path()).entryList(QDir::Files), QStringList());
+}
+
+void tst_LogDurability::sentRecordsAreMarkedUntilTheFileIsGone()
+{
+    QByteArray during;
+    ScriptedServer server([&](Connection &connection, const HttpRequest &request) {
+        const bool isLog = formValue(request.body, "is") == "cloudlog";
+        if (request.body.contains("rec=2"))
+            during = contents();
+        connection.send(xmlAnswer(isLog ? "cloudlog" : "chkud"));
+    });
+    write("cloudlog.txt", "is=cloudlog&rec=1\nis=cloudlog&rec=2\n");
+    ScriptHost host(directory->path());
+    host.call("open");
+    const QByteArray handle = host.create();
+    host.set(handle, "server_url", server.url());
+    host.set(handle, "mode", "update");
+    host.set(handle, "product_no", "PN");
+    QCOMPARE(host.check(handle), 1);
+    QCOMPARE(during, QByteArray(1, '\0') + "s=cloudlog&rec=1\nis=cloudlog&rec=2\n");
+    QVERIFY(!QFile::exists(path()));
+}
+
+QTEST_GUILESS_MAIN(tst_LogDurability)
+#include "tst_logdurability.moc"
