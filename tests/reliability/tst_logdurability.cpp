@@ -1,3 +1,4 @@
+#include "faultyhost.h"
 #include "logcloud.h"
 #include "scripthost.h"
 
@@ -20,16 +21,6 @@ const int MOST_CALLS = 500;
 bool isLongForm()
 {
     return qEnvironmentVariableIsSet("KORRIN_LONG");
-}
-
-QHash<QString, QString> faultEnvironment(const QTemporaryDir &directory, const QByteArray &fault)
-{
-    QHash<QString, QString> environment;
-    // A sanitizer's runtime must come first; it is then linked into the host's library.
-    environment.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(KORRIN_TEST_FILEFAULTS));
-    environment.insert(QStringLiteral("KORRIN_FAULT_DIR"), directory.path());
-    environment.insert(QStringLiteral("KORRIN_FAULT"), QString::fromLatin1(fault));
-    return environment;
 }
 
 /// A device in a process of its own that keeps its log in a directory.
@@ -61,6 +52,28 @@ private:
     QByteArray handle;
 };
 
+/// A host with a handle that talks to the server and keeps its log in its working directory.
+class LocalHost
+{
+public:
+    LocalHost(const ScriptedServer &server, const QTemporaryDir &directory)
+        : host(directory.path())
+    {
+        host.call("open");
+        handle = host.create();
+        host.set(handle, "server_url", server.url());
+        host.set(handle, "mode", "update");
+        host.set(handle, "product_no", "PN");
+        host.set(handle, "recv_timeout", "10");
+    }
+
+    int check() { return host.check(handle); }
+
+private:
+    ScriptHost host;
+    QByteArray handle;
+};
+
 } // namespace
 
 /// Records that a call has kept survive kills, loss of power and failing disks.
@@ -79,6 +92,8 @@ private Q_SLOTS:
     void interruptedRewritingIsTakenUp_data();
     void interruptedRewritingIsTakenUp();
     void sentRecordsAreMarkedUntilTheFileIsGone();
+    void restThatCannotBeWrittenLeavesTheFileAsItWas();
+    void thousandKeptRecordsGoOutQuickly();
 
 private:
     QString path(const char *name = "cloudlog.txt") const
@@ -137,7 +152,7 @@ void tst_LogDurability::killBeforeAnyCall()
         QList<QByteArray> returned;
         {
             Device device(cloud, *directory,
-                          faultEnvironment(*directory, "any," + QByteArray::number(number) + ",kill"));
+                          faultEnvironment(directory->path(), "any," + QByteArray::number(number) + ",kill"));
             returned = history(device, cloud, &survived);
         }
         const QByteArray underWay = cloud.lastTaken();
@@ -202,7 +217,7 @@ void tst_LogDurability::failingCalls()
         }
         {
             Device sick(cloud, *directory,
-                        faultEnvironment(*directory,
+                        faultEnvironment(directory->path(),
                                          call + ',' + QByteArray::number(number) + ',' + action));
             QElapsedTimer timer;
             timer.start();
@@ -318,14 +333,9 @@ void tst_LogDurability::interruptedRewritingIsTakenUp()
         write("cloudlog.txt_", temp);
     if (!second.isEmpty())
         write("cloudlog.txt__", second);
-    ScriptHost host(directory->path());
-    host.call("open");
-    const QByteArray handle = host.create();
-    host.set(handle, "server_url", server.url());
-    host.set(handle, "mode", "update");
-    host.set(handle, "product_no", "PN");
-    QCOMPARE(host.check(handle), 1);
-    QCOMPARE(host.check(handle), 1);
+    LocalHost host(server, *directory);
+    QCOMPARE(host.check(), 1);
+    QCOMPARE(host.check(), 1);
     QCOMPARE(seen.join(' '), sent);
     QCOMPARE(QDir(directory->path()).entryList(QDir::Files), QStringList());
 }
@@ -340,14 +350,46 @@ void tst_LogDurability::sentRecordsAreMarkedUntilTheFileIsGone()
         connection.send(xmlAnswer(isLog ? "cloudlog" : "chkud"));
     });
     write("cloudlog.txt", "is=cloudlog&rec=1\nis=cloudlog&rec=2\n");
-    ScriptHost host(directory->path());
-    host.call("open");
-    const QByteArray handle = host.create();
-    host.set(handle, "server_url", server.url());
-    host.set(handle, "mode", "update");
-    host.set(handle, "product_no", "PN");
-    QCOMPARE(host.check(handle), 1);
+    LocalHost host(server, *directory);
+    QCOMPARE(host.check(), 1);
     QCOMPARE(during, QByteArray(1, '\0') + "s=cloudlog&rec=1\nis=cloudlog&rec=2\n");
+    QVERIFY(!QFile::exists(path()));
+}
+
+void tst_LogDurability::restThatCannotBeWrittenLeavesTheFileAsItWas()
+{
+    ScriptedServer server([](Connection &connection, const HttpRequest &request) {
+        const bool isLog = formValue(request.body, "is") == "cloudlog";
+        if (!isLog || request.body.contains("rec=1"))
+            connection.send(xmlAnswer(isLog ? "cloudlog" : "chkud"));
+    });
+    const QByteArray kept = "is=cloudlog&rec=1\nis=cloudlog&rec=2\nis=cloudlog&rec=3\n";
+    write("cloudlog.txt", kept);
+    QVERIFY(QDir(directory->path()).mkdir(QStringLiteral("cloudlog.txt_")));
+    LocalHost host(server, *directory);
+    QCOMPARE(host.check(), 1);
+    QVERIFY(contents().startsWith(kept + "is=cloudlog&lang=")); // with the call's own record
+    QVERIFY(QFileInfo(path("cloudlog.txt_")).isDir());
+}
+
+void tst_LogDurability::thousandKeptRecordsGoOutQuickly()
+{
+    int count = 0;
+    ScriptedServer server([&](Connection &connection, const HttpRequest &request) {
+        const bool isLog = formValue(request.body, "is") == "cloudlog";
+        count += isLog;
+        connection.send(xmlAnswer(isLog ? "cloudlog" : "chkud"));
+    });
+    QByteArray kept;
+    for (int i = 0; i < 1000; ++i)
+        kept += "is=cloudlog&lang=en&pn=" + QByteArray::number(i) + QByteArray(300, 'x') + '\n';
+    write("cloudlog.txt", kept);
+    LocalHost host(server, *directory);
+    QElapsedTimer timer;
+    timer.start();
+    QCOMPARE(host.check(), 1);
+    qInfo("1,000 kept records went out in %lld ms", static_cast<long long>(timer.elapsed()));
+    QCOMPARE(count, 1001);
     QVERIFY(!QFile::exists(path()));
 }
 
