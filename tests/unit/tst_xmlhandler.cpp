@@ -3,6 +3,7 @@
 #include "xmlhandler.h"
 
 #include <QCryptographicHash>
+#include <QThread>
 #include <QtTest>
 
 using namespace korrintest;
@@ -61,6 +62,10 @@ private Q_SLOTS:
     void traceOfAGoodDocument();
     void traceOfABadDocument();
     void silentWhileDebugOutputIsOff();
+    void depthIsLimited();
+    void depthIsLimitedByASmallStack();
+    void hostileDocumentIsRefused_data();
+    void hostileDocumentIsRefused();
 
 private:
     QSharedPointer<XmlHandler> handler;
@@ -132,6 +137,76 @@ void tst_XmlHandler::silentWhileDebugOutputIsOff()
     QVERIFY(quiet.execute("<r><is>chkud</is></r>"));
     QVERIFY(!quiet.execute("<r>"));
     QCOMPARE(capture.messages(), QStringList());
+}
+
+void tst_XmlHandler::depthIsLimited()
+{
+    const auto nested = [](int depth) {
+        return QByteArray("<a>").repeated(depth) + "text" + QByteArray("</a>").repeated(depth);
+    };
+    XmlHandler tested;
+    QVERIFY(tested.execute(nested(2500)));
+    QCOMPARE(tested.elementValues.value(QStringLiteral("a")), QStringLiteral("text"));
+    QVERIFY(!tested.execute(nested(2501)));
+    QCOMPARE(tested.errorMessage,
+             QStringLiteral("error on line 1, column 7503: elements are nested too deeply"));
+    QVERIFY(tested.execute(QByteArray("<r>") + QByteArray("<a>1</a>").repeated(3000) + "</r>"));
+}
+
+void tst_XmlHandler::depthIsLimitedByASmallStack()
+{
+    bool parsedDeep = true;
+    bool parsedFlat = false;
+    QScopedPointer<QThread> thread(QThread::create([&] {
+        XmlHandler tested;
+        parsedDeep = tested.execute(QByteArray("<a>").repeated(2000) + "text"
+                                    + QByteArray("</a>").repeated(2000));
+        parsedFlat = tested.execute("<a><b>text</b></a>");
+    }));
+    thread->setStackSize(256 * 1024);
+    thread->start();
+    thread->wait();
+    QVERIFY(!parsedDeep);
+    QVERIFY(parsedFlat);
+}
+
+void tst_XmlHandler::hostileDocumentIsRefused_data()
+{
+    QTest::addColumn<QByteArray>("document");
+    const QByteArray head = "<!DOCTYPE a [";
+    QTest::newRow("deep elements") << QByteArray("<a>").repeated(200000);
+    QTest::newRow("deep elements with name spaces")
+        << QByteArray("<a xmlns:n=\"u\" xmlns:m=\"v\">").repeated(50000);
+    QTest::newRow("deep content model") << head + "<!ELEMENT a " + QByteArray("(").repeated(200000);
+    QTest::newRow("deep sequence") << head + "<!ELEMENT a (b" + QByteArray(",(b").repeated(200000);
+    QByteArray chain = head;
+    for (int i = 0; i < 100000; ++i) {
+        chain += "<!ENTITY e" + QByteArray::number(i) + " \"&e" + QByteArray::number(i + 1)
+            + ";\">";
+    }
+    QTest::newRow("chain of entities") << chain + "]><a>&e0;</a>";
+    QTest::newRow("entities within entities")
+        << head + "<!ENTITY b \"" + QByteArray("b").repeated(100) + "\"><!ENTITY c \""
+            + QByteArray("&b;").repeated(100) + "\"><!ENTITY d \""
+            + QByteArray("&c;").repeated(100) + "\">]><a>&d;</a>";
+    QTest::newRow("parameter entities within each other")
+        << head + "<!ENTITY % p \"((((((((((\"><!ENTITY % q \"%p;%p;%p;%p;\"><!ELEMENT a %q;>]><a/>";
+    QTest::newRow("document type in UTF-16")
+        << "\xff\xfe"
+            + QByteArray(reinterpret_cast<const char *>(u"<!DOCTYPE a [<!ELEMENT a "), 50)
+            + QByteArray("(\0", 2).repeated(200000);
+}
+
+/// Neither does the stack end nor the time.
+void tst_XmlHandler::hostileDocumentIsRefused()
+{
+    QFETCH(QByteArray, document);
+    XmlHandler tested;
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!tested.execute(document));
+    QVERIFY(tested.errorMessage.startsWith(QStringLiteral("error on line 1, column ")));
+    QVERIFY2(timer.elapsed() < 2000, QByteArray::number(timer.elapsed()).constData());
 }
 
 QTEST_GUILESS_MAIN(tst_XmlHandler)

@@ -12,6 +12,9 @@
 /// The text kept for a name is the last piece that was read while that name was the most recently
 /// started element: white space after an end tag replaces the value of the element just closed, so
 /// the server writes its answers without white space between elements.
+///
+/// Qt's reader recurses with the depth of elements and of content models and expands entities
+/// within entities: documents that would exhaust the stack or the time are refused.
 class XmlHandler : public QXmlDefaultHandler
 {
 public:
@@ -25,10 +28,16 @@ public:
                     const QString &qName) override;
     bool characters(const QString &ch) override;
     bool fatalError(const QXmlParseException &exception) override;
+    /// Why a callback has stopped the reader.
+    QString errorString() const override;
 
     QMap<QString, QString> elementValues;
     QString currentElement; ///< the most recently started element; not cleared at its end
     QString errorMessage;   ///< why the last parse failed; empty when it succeeded
+
+private:
+    int depth = 0; ///< of the elements that are open
+    const char *lowestAddress = nullptr; ///< that the stack may grow to
 };
 
 #endif

@@ -1,0 +1,491 @@
+#include "documentblocks.h"
+#include "korrinhost.h"
+#include "scriptedproxy.h"
+#include "scriptedserver.h"
+#include "simulator.h"
+
+#include <QDir>
+#include <QFile>
+#include <QMap>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <functional>
+#include <memory>
+#include <thread>
+#include <vector>
+
+using namespace korrintest;
+
+namespace
+{
+
+const QList<QByteArray> CALLS = {"check", "send", "sendFile", "recv", "recvFile"};
+const QList<QByteArray> MODES = {"update", "remote_access", "submit_info", "s3_upload"};
+
+/// What an answer should be.
+QByteArray goodAnswer(const HttpRequest &request)
+{
+    if (request.path().endsWith("/download"))
+        return answer(200, "OK", "application/zip", QByteArray(1000, 'z'));
+    const QByteArray items = request.method == "GET" ? request.query() : request.body;
+    return xmlAnswer(formValue(items, "is"));
+}
+
+QByteArray withBody(const QByteArray &good, const QByteArray &body)
+{
+    return good.left(good.indexOf("Content-Length"))
+        + "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
+}
+
+QByteArray repeated(const QByteArray &text, int count)
+{
+    return text.repeated(count);
+}
+
+int bodyAt(const QByteArray &good)
+{
+    return static_cast<int>(good.indexOf("\r\n\r\n")) + 4;
+}
+
+using Fault = std::function<void(Connection &, const HttpRequest &, const QByteArray &good)>;
+
+Fault sends(const std::function<QByteArray(const QByteArray &good)> &change)
+{
+    return [change](Connection &connection, const HttpRequest &, const QByteArray &good) {
+        connection.send(change(good));
+    };
+}
+
+Fault sendsInstead(const QByteArray &bytes)
+{
+    return sends([bytes](const QByteArray &) { return bytes; });
+}
+
+/// What a host sees of a call.
+struct Outcome
+{
+    QByteArray call;
+    QByteArray mode;
+    QByteArray text; ///< "returns | number | text | detail"
+};
+
+QByteArray cell(const QByteArray &text, const QString &directory)
+{
+    QString line = QString::fromUtf8(text).simplified();
+    line.replace(directory, QStringLiteral("/tmp"));
+    line.replace(QRegularExpression(QStringLiteral("127\\.0\\.0\\.1:\\d+")),
+                 QStringLiteral("127.0.0.1:8080"));
+    line.replace(QLatin1Char('<'), QStringLiteral("&lt;"));
+    line.replace(QLatin1Char('|'), QStringLiteral("\\|"));
+    return line.toUtf8();
+}
+
+Outcome outcomeOf(const QByteArray &call, const QByteArray &mode, Parameters parameters,
+                  const QString &directory)
+{
+    Handle handle(baseParameters(QByteArray(), mode));
+    for (const auto &parameter : parameters)
+        handle.set(parameter.first, parameter.second);
+    handle.set("send_data_type", "update_log");
+    const QString path = directory + QLatin1Char('/') + QString::fromLatin1(call + '-' + mode);
+    if (call == "sendFile") {
+        QFile file(path);
+        if (file.open(QIODevice::WriteOnly))
+            file.write("data");
+    }
+    const QByteArray localPath = path.toLocal8Bit();
+    const int result = call == "check" ? handle.checkEnable()
+        : call == "send"               ? handle.sendData("data")
+        : call == "sendFile"           ? handle.sendFile(localPath)
+        : call == "recv"               ? handle.recvData()
+                                       : handle.recvFile(localPath);
+    return {call, mode,
+            QByteArray::number(result) + " | " + handle.errorNo() + " | "
+                + cell(handle.errorText(), directory) + " | "
+                + cell(handle.errorDetail(), directory)};
+}
+
+/// "check, send in update, remote_access; recv in update": calls with the same modes together.
+QByteArray described(const QList<Outcome> &outcomes)
+{
+    if (outcomes.size() == CALLS.size() * MODES.size())
+        return "all";
+    QMap<QByteArray, QList<QByteArray>> callsByModes;
+    for (const QByteArray &call : CALLS) {
+        QList<QByteArray> modes;
+        for (const Outcome &outcome : outcomes) {
+            if (outcome.call == call)
+                modes << outcome.mode;
+        }
+        if (!modes.isEmpty()) {
+            const QByteArray key = modes.size() == MODES.size() ? "all modes" : modes.join(", ");
+            callsByModes[key] << call;
+        }
+    }
+    QList<QByteArray> parts;
+    for (auto it = callsByModes.begin(); it != callsByModes.end(); ++it)
+        parts << it.value().join(", ") + " in " + it.key();
+    return parts.join("; ");
+}
+
+} // namespace
+
+/// Each fault of the network with each call in each mode; the table is docs/fault-matrix.md.
+class tst_FaultMatrix : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void answers_data();
+    void answers();
+    void statuses();
+    void noServer();
+    void proxies_data();
+    void proxies();
+    void tls_data();
+    void tls();
+    void everyPartIsCompared();
+
+private:
+    QByteArray rowsFor(const QByteArray &fault, const Parameters &parameters);
+    void compare(const QByteArray &fault, const QByteArray &rows);
+
+    QTemporaryDir directory;
+    DocumentBlocks document{QStringLiteral("fault-matrix.md")};
+    QList<QByteArray> compared;
+    const OpenLibrary library;
+};
+
+Q_DECLARE_METATYPE(Fault)
+
+void tst_FaultMatrix::initTestCase()
+{
+    QVERIFY(directory.isValid());
+}
+
+/// Makes all calls in all modes at once. @return rows of the table, a row per outcome
+QByteArray tst_FaultMatrix::rowsFor(const QByteArray &fault, const Parameters &parameters)
+{
+    std::vector<Outcome> outcomes(static_cast<size_t>(CALLS.size() * MODES.size()));
+    std::vector<std::thread> threads;
+    size_t index = 0;
+    for (const QByteArray &call : CALLS) {
+        for (const QByteArray &mode : MODES) {
+            Outcome &outcome = outcomes[index++];
+            threads.emplace_back([&outcome, call, mode, parameters, this] {
+                outcome = outcomeOf(call, mode, parameters, directory.path());
+            });
+        }
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+
+    QList<QByteArray> texts;
+    QHash<QByteArray, QList<Outcome>> byText;
+    for (const Outcome &outcome : outcomes) {
+        if (!byText.contains(outcome.text))
+            texts << outcome.text;
+        byText[outcome.text] << outcome;
+    }
+    QByteArray rows;
+    for (const QByteArray &text : texts)
+        rows += "| " + fault + " | " + described(byText.value(text)) + " | " + text + " |\n";
+    return rows;
+}
+
+/// Where Qt 5 and Qt 6 differ, the document has a part for each.
+void tst_FaultMatrix::compare(const QByteArray &fault, const QByteArray &rows)
+{
+    const QByteArray ownPart = fault + ", Qt " + qVersion()[0];
+    const QByteArray part = document.names().contains(ownPart) ? ownPart : fault;
+    const QByteArray head = "| Fault | Calls | Returns | Number | Text | Detail |\n"
+                            "|---|---|---|---|---|---|\n";
+    compared << part;
+    const QByteArray difference = document.compare(part, head + rows);
+    QVERIFY2(difference.isEmpty(), difference.constData());
+}
+
+void tst_FaultMatrix::answers_data()
+{
+    QTest::addColumn<Fault>("fault");
+
+    QTest::newRow("none") << sends([](const QByteArray &good) { return good; });
+    QTest::newRow("closed before the answer") << Fault([](Connection &, const HttpRequest &,
+                                                          const QByteArray &) {});
+    QTest::newRow("closed within the status line") << sendsInstead("HTTP/1.1 20");
+    QTest::newRow("closed within the headers")
+        << sendsInstead("HTTP/1.1 200 OK\r\nContent-Ty");
+    QTest::newRow("closed after the headers")
+        << sends([](const QByteArray &good) { return good.left(bodyAt(good)); });
+    QTest::newRow("body cut short")
+        << sends([](const QByteArray &good) { return good.left(good.size() - 10); });
+    QTest::newRow("reset before the answer")
+        << Fault([](Connection &connection, const HttpRequest &, const QByteArray &) {
+               connection.reset();
+           });
+    QTest::newRow("reset within the body")
+        << Fault([](Connection &connection, const HttpRequest &, const QByteArray &good) {
+               connection.send(good.left(bodyAt(good) + 3));
+               connection.reset();
+           });
+    QTest::newRow("silence before the answer")
+        << Fault([](Connection &connection, const HttpRequest &, const QByteArray &) {
+               connection.stall();
+           });
+    QTest::newRow("silence within the headers")
+        << Fault([](Connection &connection, const HttpRequest &, const QByteArray &) {
+               connection.send("HTTP/1.1 200 OK\r\nContent");
+               connection.stall();
+           });
+    QTest::newRow("silence within the body")
+        << Fault([](Connection &connection, const HttpRequest &, const QByteArray &good) {
+               connection.send(good.left(bodyAt(good) + 3));
+               connection.stall();
+           });
+    QTest::newRow("a few bytes at a time")
+        << Fault([](Connection &connection, const HttpRequest &, const QByteArray &good) {
+               connection.sendInPieces(good, 50, 20);
+           });
+    QTest::newRow("malformed status line") << sendsInstead("HELLO WORLD\r\n\r\n");
+    QTest::newRow("malformed header")
+        << sends([](const QByteArray &good) {
+               return QByteArray(good).replace("Content-Type", "no colon here\r\nContent-Type");
+           });
+    QTest::newRow("negative length")
+        << sendsInstead("HTTP/1.1 200 OK\r\nContent-Length: -5\r\nConnection: close\r\n\r\nabc");
+    QTest::newRow("malformed chunk")
+        << sendsInstead("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nxyz\r\nabc\r\n");
+    QTest::newRow("malformed gzip")
+        << sendsInstead("HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 20\r\n\r\n"
+                        "this is not gzip....");
+    QTest::newRow("10,000 headers")
+        << sends([](const QByteArray &good) {
+               return QByteArray(good).replace("Content-Type",
+                                               repeated("X-Filler: x\r\n", 10000) + "Content-Type");
+           });
+    QTest::newRow("headers without end")
+        << Fault([](Connection &connection, const HttpRequest &, const QByteArray &) {
+               connection.send("HTTP/1.1 200 OK\r\n");
+               while (connection.send(repeated("X-Filler: x\r\n", 100)) && !connection.waitForPeerClose(20)) {
+               }
+           });
+    QTest::newRow("another kind of answer") << sendsInstead(xmlAnswer("other"));
+    QTest::newRow("a refusal")
+        << Fault([](Connection &connection, const HttpRequest &request, const QByteArray &) {
+               const QByteArray items = request.method == "GET" ? request.query() : request.body;
+               connection.send(xmlAnswer(formValue(items, "is"), "0", "77", "Not today."));
+           });
+    QTest::newRow("no XML") << sendsInstead(answer(200, "OK", "text/html", "<p>Please log in"));
+    QTest::newRow("an empty answer") << sendsInstead(answer(200, "OK", "text/xml", ""));
+    QTest::newRow("nested entities")
+        << sendsInstead(answer(200, "OK", "text/xml",
+                               "<?xml version=\"1.0\"?><!DOCTYPE a [<!ENTITY b \"bbbbbbbbbb\">"
+                               "<!ENTITY c \"&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;\">"
+                               "<!ENTITY d \"&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;\">"
+                               "<!ENTITY e \"&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;\">"
+                               "<!ENTITY f \"&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;\">"
+                               "<!ENTITY g \"&f;&f;&f;&f;&f;&f;&f;&f;&f;&f;\">]>"
+                               "<response><is>&g;&g;&g;</is></response>"));
+    QTest::newRow("an external entity")
+        << sendsInstead(answer(200, "OK", "text/xml",
+                               "<?xml version=\"1.0\"?><!DOCTYPE a [<!ENTITY b SYSTEM "
+                               "\"file:///etc/passwd\">]><response><is>&b;</is></response>"));
+    QTest::newRow("deeply nested elements")
+        << sendsInstead(answer(200, "OK", "text/xml", repeated("<a>", 20000)));
+    QTest::newRow("an answer of 5 MB")
+        << sends([](const QByteArray &good) {
+               const QByteArray body = good.mid(bodyAt(good));
+               const int at = static_cast<int>(body.indexOf("</message>"));
+               return withBody(good, at < 0 ? QByteArray(5000000, 'z')
+                                            : body.left(at) + "</message><more>"
+                                       + QByteArray(5000000, 'x') + "</more>" + body.mid(at + 10));
+           });
+    for (const int status : {301, 302, 303, 307, 308}) {
+        QTest::newRow(("redirect " + QByteArray::number(status)).constData())
+            << sendsInstead(answer(status, "Moved", "text/html", "elsewhere",
+                                   {"Location: http://127.0.0.1:9/"}));
+    }
+}
+
+void tst_FaultMatrix::answers()
+{
+    QFETCH(Fault, fault);
+    ScriptedServer server([fault](Connection &connection, const HttpRequest &request) {
+        if (formValue(request.body, "is") == "cloudlog")
+            connection.send(xmlAnswer("cloudlog"));
+        else
+            fault(connection, request, goodAnswer(request));
+    });
+    compare(QTest::currentDataTag(),
+            rowsFor(QTest::currentDataTag(),
+                    {{"server_url", server.url()}, {"recv_timeout", "1"}}));
+}
+
+/// Every status from 400 on, each with its own row.
+void tst_FaultMatrix::statuses()
+{
+    QByteArray rows;
+    for (const int status : {400, 401, 402, 403, 404, 405, 406, 407, 408, 409, 410, 411, 412, 413,
+                             414, 415, 416, 417, 418, 421, 422, 423, 424, 425, 426, 428, 429, 431,
+                             451, 499, 500, 501, 502, 503, 504, 505, 506, 507, 508, 510, 511, 599}) {
+        ScriptedServer server([status](Connection &connection, const HttpRequest &request) {
+            connection.send(formValue(request.body, "is") == "cloudlog"
+                                ? xmlAnswer("cloudlog")
+                                : answer(status, "Reason", "text/plain", "no"));
+        });
+        // One call stands for all; the code in brackets is what differs.
+        Handle handle(baseParameters(server.url(), "remote_access"));
+        QCOMPARE(handle.checkEnable(), 0);
+        rows += "| status " + QByteArray::number(status) + " | check in remote_access | 0 | "
+            + handle.errorNo() + " | " + cell(handle.errorText(), directory.path()) + " | "
+            + cell(handle.errorDetail(), directory.path()) + " |\n";
+    }
+    compare("statuses", rows);
+}
+
+void tst_FaultMatrix::noServer()
+{
+    QTcpServer taken;
+    QVERIFY(taken.listen(QHostAddress::LocalHost));
+    const QByteArray port = QByteArray::number(taken.serverPort());
+    taken.close();
+    QByteArray rows;
+    rows += rowsFor("connection refused", {{"server_url", "http://127.0.0.1:" + port + "/"}});
+    rows += rowsFor("unknown host", {{"server_url", "http://nowhere.invalid/"}});
+    rows += rowsFor("unknown scheme", {{"server_url", "gopher://127.0.0.1/"}});
+    rows += rowsFor("no URL", {{"server_url", ""}});
+    compare("no server", rows);
+}
+
+void tst_FaultMatrix::proxies_data()
+{
+    QTest::addColumn<QByteArray>("credentials");
+    QTest::addColumn<int>("challenges"); // more than the right credentials ask for
+    QTest::addColumn<bool>("isThere");
+    QTest::newRow("proxy without credentials") << QByteArray() << 0 << true;
+    QTest::newRow("proxy refuses the connection") << QByteArray() << 0 << false;
+    QTest::newRow("proxy asks for credentials that there are none of") << QByteArray() << -1 << true;
+    QTest::newRow("proxy asks once") << QByteArray("user:right") << 1 << true;
+    QTest::newRow("proxy asks for ever") << QByteArray("user:right") << -1 << true;
+    QTest::newRow("proxy with wrong credentials") << QByteArray("user:wrong") << 0 << true;
+}
+
+void tst_FaultMatrix::proxies()
+{
+    QFETCH(QByteArray, credentials);
+    QFETCH(int, challenges);
+    QFETCH(bool, isThere);
+    // A server and a proxy per call: a proxy counts its challenges.
+    ScriptedServer server([](Connection &connection, const HttpRequest &request) {
+        connection.send(goodAnswer(request));
+    });
+    QList<Outcome> outcomes;
+    for (const QByteArray &call : CALLS) {
+        ScriptedProxy proxy;
+        if (!credentials.isEmpty() || challenges < 0)
+            proxy.requireCredentials("user", "right");
+        proxy.setChallenges(challenges);
+        QByteArray url = proxy.url(credentials.split(':').value(0), credentials.split(':').value(1));
+        if (!isThere) {
+            QTcpServer taken;
+            QVERIFY(taken.listen(QHostAddress::LocalHost));
+            url = "http://127.0.0.1:" + QByteArray::number(taken.serverPort());
+        }
+        outcomes << outcomeOf(call, "remote_access",
+                              {{"server_url", server.url()}, {"http_proxy", url}},
+                              directory.path());
+    }
+    QByteArray rows;
+    QList<QByteArray> texts;
+    for (const Outcome &outcome : outcomes) {
+        if (texts.contains(outcome.text))
+            continue;
+        texts << outcome.text;
+        QList<Outcome> same;
+        for (const Outcome &other : outcomes) {
+            if (other.text == outcome.text)
+                same << other;
+        }
+        rows += QByteArray("| ") + QTest::currentDataTag() + " | " + described(same) + " | "
+            + outcome.text + " |\n";
+    }
+    compare(QTest::currentDataTag(), rows);
+}
+
+void tst_FaultMatrix::tls_data()
+{
+    QTest::addColumn<QString>("days");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("isTrusted");
+    QTest::newRow("TLS to a server that speaks none") << QString() << QString() << false;
+    QTest::newRow("trusted certificate") << "2" << "IP:127.0.0.1" << true;
+    QTest::newRow("certificate of an unknown authority") << "2" << "IP:127.0.0.1" << false;
+    QTest::newRow("certificate for another name") << "2" << "DNS:elsewhere.invalid" << true;
+    QTest::newRow("expired certificate") << "-1" << "IP:127.0.0.1" << true;
+}
+
+void tst_FaultMatrix::tls()
+{
+    QFETCH(QString, days);
+    QFETCH(QString, name);
+    QFETCH(bool, isTrusted);
+    if (name.isEmpty()) {
+        ScriptedServer plain;
+        compare(QTest::currentDataTag(),
+                rowsFor(QTest::currentDataTag(), {{"server_url", "https" + plain.url().mid(4)}, {"recv_timeout", "1"}}));
+        return;
+    }
+    QTemporaryDir files;
+    QProcess script;
+    script.setWorkingDirectory(files.path());
+    script.start(QStringLiteral("sh"),
+                 {QStringLiteral("-c"),
+                  QStringLiteral("printf 'subjectAltName=%1' >ext && openssl req -new -newkey ec"
+                                 " -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout key.pem -out"
+                                 " request.pem -subj /CN=device && openssl x509 -req -in request.pem"
+                                 " -signkey key.pem -days %2 -extfile ext -out cert.pem")
+                      .arg(name, days)});
+    QVERIFY(script.waitForFinished());
+    QCOMPARE(script.exitCode(), 0);
+    const QString certificate = files.filePath(QStringLiteral("cert.pem"));
+    Simulator cloud;
+    QVERIFY(cloud.start({QStringLiteral("--tls-cert"), certificate, QStringLiteral("--tls-key"),
+                         files.filePath(QStringLiteral("key.pem"))}));
+
+    const QSslConfiguration before = QSslConfiguration::defaultConfiguration();
+    if (isTrusted) {
+        QSslConfiguration trusting = before;
+        trusting.setCaCertificates(QSslCertificate::fromPath(certificate));
+        QSslConfiguration::setDefaultConfiguration(trusting);
+    }
+    // Uploads to an object's path; the others replace it.
+    const QByteArray rows =
+        rowsFor(QTest::currentDataTag(), {{"server_url", cloud.url() + "kx-logs/a"},
+                                          {"product_no", "KX-200"},
+                                          {"download_file_path", "kx-200-1.4.bin"},
+                                          {"aws_access_key", "KORRINSIMACCESSKEY"},
+                                          {"aws_secret_access_key", "korrin/sim+secret"}});
+    QSslConfiguration::setDefaultConfiguration(before);
+    compare(QTest::currentDataTag(), rows);
+}
+
+void tst_FaultMatrix::everyPartIsCompared()
+{
+    QList<QByteArray> wanted;
+    const QByteArray otherQt = qVersion()[0] == '5' ? ", Qt 6" : ", Qt 5";
+    for (const QByteArray &name : document.names()) {
+        if (!name.endsWith(otherQt))
+            wanted << name;
+    }
+    QCOMPARE(compared, wanted);
+}
+
+QTEST_GUILESS_MAIN(tst_FaultMatrix)
+#include "tst_faultmatrix.moc"
