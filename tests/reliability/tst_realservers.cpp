@@ -1,0 +1,302 @@
+#include "korrinhost.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <memory>
+#include <vector>
+
+using namespace korrintest;
+
+namespace
+{
+
+const int START_TIMEOUT_MS = 20000;
+const QByteArray FILE_BYTES(300000, 'f');
+
+const char XML[] = "<?xml version=\"1.0\"?><response><is>chkud</is><status>1</status>"
+                   "<status_code>0</status_code><message>by nginx</message>"
+                   "<new_soft_ver>2.0</new_soft_ver></response>";
+
+quint16 freePort()
+{
+    QTcpServer server;
+    return server.listen(QHostAddress::LocalHost) ? server.serverPort() : quint16(0);
+}
+
+/// Debian keeps daemons where a user's path does not lead.
+QString program(const char *name)
+{
+    return QStandardPaths::findExecutable(
+        QLatin1String(name), {QStringLiteral("/usr/sbin"), QStringLiteral("/usr/bin")});
+}
+
+bool accepts(quint16 port)
+{
+    QTcpSocket socket;
+    socket.connectToHost(QStringLiteral("127.0.0.1"), port);
+    return socket.waitForConnected(1000);
+}
+
+} // namespace
+
+/// The library with servers and proxies that many use: nginx with TLS, tinyproxy, squid.
+class tst_RealServers : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+    void server_data();
+    void server();
+    void unknownFile();
+    void methodThatIsNotAllowed();
+    void proxy_data();
+    void proxy();
+
+private:
+    void write(const QString &name, const QByteArray &bytes);
+    bool startDaemon(const QString &program, const QStringList &arguments, quint16 port);
+    bool startNginx();
+    bool startProxy(const QByteArray &kind, bool withCredentials, quint16 port);
+    void stopLast();
+
+    QTemporaryDir directory;
+    quint16 plainPort = 0;
+    quint16 tlsPort = 0;
+    QSslConfiguration before;
+    std::vector<std::unique_ptr<QProcess>> daemons;
+    const OpenLibrary library;
+};
+
+void tst_RealServers::write(const QString &name, const QByteArray &bytes)
+{
+    QFile file(directory.filePath(name));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(bytes), qint64(bytes.size()));
+}
+
+/// Starts it in the foreground and waits until it accepts connections.
+bool tst_RealServers::startDaemon(const QString &path, const QStringList &arguments, quint16 port)
+{
+    daemons.push_back(std::make_unique<QProcess>());
+    daemons.back()->setWorkingDirectory(directory.path());
+    daemons.back()->setProcessChannelMode(QProcess::MergedChannels);
+    daemons.back()->start(path, arguments);
+    const bool started =
+        QTest::qWaitFor([port] { return accepts(port); }, START_TIMEOUT_MS);
+    if (!started)
+        qWarning("%s", daemons.back()->readAll().constData());
+    return started;
+}
+
+void tst_RealServers::stopLast()
+{
+    daemons.back()->terminate();
+    if (!daemons.back()->waitForFinished(5000))
+        daemons.back()->kill();
+    daemons.back()->waitForFinished();
+    daemons.pop_back();
+}
+
+bool tst_RealServers::startNginx()
+{
+    QProcess openssl;
+    openssl.setWorkingDirectory(directory.path());
+    openssl.start(QStringLiteral("openssl"),
+                  QStringLiteral("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout"
+                                 " key.pem -out cert.pem -days 2 -subj /CN=test -addext"
+                                 " subjectAltName=IP:127.0.0.1")
+                      .split(QLatin1Char(' ')));
+    openssl.waitForFinished();
+    plainPort = freePort();
+    tlsPort = freePort();
+    QByteArray config =
+        "daemon off; pid nginx.pid; error_log stderr; worker_processes 1;\n"
+        "events {}\n"
+        "http {\n"
+        "  access_log off; client_body_temp_path body; proxy_temp_path proxy;\n"
+        "  fastcgi_temp_path fastcgi; uwsgi_temp_path uwsgi; scgi_temp_path scgi;\n"
+        "  server {\n"
+        "    listen 127.0.0.1:PLAIN; listen 127.0.0.1:TLS ssl;\n"
+        "    ssl_certificate cert.pem; ssl_certificate_key key.pem; gzip on; gzip_types *;\n"
+        "    gzip_min_length 1;\n"
+        "    location = /su/search { default_type text/xml; return 200 'XML'; }\n"
+        "    location = /su/download { alias FILES/$arg_file; default_type application/zip; }\n"
+        "    location = /su/upload { limit_except GET { deny all; } }\n"
+        "  }\n"
+        "}\n";
+    config.replace("PLAIN", QByteArray::number(plainPort))
+        .replace("TLS", QByteArray::number(tlsPort))
+        .replace("FILES", directory.path().toLocal8Bit())
+        .replace("XML", XML);
+    write(QStringLiteral("nginx.conf"), config);
+    write(QStringLiteral("update.zip"), FILE_BYTES);
+    // Its worker is another user when root starts it.
+    QFile::setPermissions(directory.path(), QFile::Permissions(0x7755));
+    return startDaemon(program("nginx"),
+                       {QStringLiteral("-p"), directory.path() + QLatin1Char('/'),
+                        QStringLiteral("-c"), QStringLiteral("nginx.conf")},
+                       plainPort);
+}
+
+void tst_RealServers::initTestCase()
+{
+    for (const char *name : {"nginx", "tinyproxy", "squid"}) {
+        if (program(name).isEmpty())
+            QSKIP((QByteArray(name) + " is not installed; scripts/install-deps servers does").constData());
+    }
+    QVERIFY(startNginx());
+    // The throw-away authority is trusted in this process only.
+    before = QSslConfiguration::defaultConfiguration();
+    QSslConfiguration trusting = before;
+    trusting.setCaCertificates(
+        QSslCertificate::fromPath(directory.filePath(QStringLiteral("cert.pem"))));
+    QSslConfiguration::setDefaultConfiguration(trusting);
+}
+
+void tst_RealServers::cleanupTestCase()
+{
+    QSslConfiguration::setDefaultConfiguration(before);
+    while (!daemons.empty())
+        stopLast();
+}
+
+void tst_RealServers::server_data()
+{
+    QTest::addColumn<bool>("tls");
+    QTest::newRow("HTTP") << false;
+    QTest::newRow("HTTPS") << true;
+}
+
+void tst_RealServers::server()
+{
+    QFETCH(bool, tls);
+    const QByteArray url = (tls ? "https://127.0.0.1:" : "http://127.0.0.1:")
+        + QByteArray::number(tls ? tlsPort : plainPort);
+    Handle handle(baseParameters(url, "update"));
+    handle.set("download_file_path", "update.zip");
+    QVERIFY2(handle.checkEnable() == 1, handle.errorDetail().constData());
+    QCOMPARE(handle.get("message"), QByteArray("by nginx"));
+    QByteArray data;
+    QCOMPARE(handle.recvData(&data), 1);
+    QVERIFY(data == FILE_BYTES);
+    const QString path = directory.filePath(QStringLiteral("received"));
+    QCOMPARE(handle.recvFile(path.toLocal8Bit()), 1);
+    QCOMPARE(QFileInfo(path).size(), qint64(FILE_BYTES.size()));
+}
+
+void tst_RealServers::unknownFile()
+{
+    Handle handle(baseParameters("http://127.0.0.1:" + QByteArray::number(plainPort), "update"));
+    handle.set("download_file_path", "absent");
+    QCOMPARE(handle.recvData(), 0);
+    QCOMPARE(handle.errorText(), QByteArray("network content error.(404 Not Found)"));
+}
+
+void tst_RealServers::methodThatIsNotAllowed()
+{
+    Handle handle(baseParameters("http://127.0.0.1:" + QByteArray::number(plainPort), "update"));
+    handle.set("send_data_type", "update_log");
+    QCOMPARE(handle.sendData("text"), 0);
+    QCOMPARE(handle.errorText(), QByteArray("network content error.(403 Forbidden)"));
+}
+
+bool tst_RealServers::startProxy(const QByteArray &kind, bool withCredentials, quint16 port)
+{
+    const QByteArray number = QByteArray::number(port);
+    if (kind == "tinyproxy") {
+        write(QStringLiteral("tinyproxy.conf"),
+              "Port " + number + "\nListen 127.0.0.1\nTimeout 60\nAllow 127.0.0.1\n"
+                  + (withCredentials ? "BasicAuth user right\n" : ""));
+        return startDaemon(program("tinyproxy"),
+                           {QStringLiteral("-d"), QStringLiteral("-c"),
+                            QStringLiteral("tinyproxy.conf")},
+                           port);
+    }
+    QProcess openssl;
+    openssl.start(QStringLiteral("openssl"), {QStringLiteral("passwd"), QStringLiteral("-apr1"),
+                                              QStringLiteral("right")});
+    openssl.waitForFinished();
+    write(QStringLiteral("passwords"), "user:" + openssl.readAllStandardOutput());
+    write(QStringLiteral("squid.conf"),
+          "http_port 127.0.0.1:" + number
+              + "\npid_filename none\naccess_log none\ncache_log /dev/stderr\ncache deny all\n"
+                "cache_store_log none\nshutdown_lifetime 0 seconds\ncoredump_dir /tmp\n"
+                "pinger_enable off\n"
+              + (withCredentials
+                     ? "auth_param basic program /usr/lib/squid/basic_ncsa_auth "
+                         + directory.filePath(QStringLiteral("passwords")).toLocal8Bit()
+                         + "\nacl known proxy_auth REQUIRED\nhttp_access allow known\n"
+                           "http_access deny all\n"
+                     : QByteArray("http_access allow all\n")));
+    return startDaemon(program("squid"),
+                       {QStringLiteral("-N"), QStringLiteral("-n"),
+                        QStringLiteral("korrin%1").arg(port), QStringLiteral("-f"),
+                        directory.filePath(QStringLiteral("squid.conf"))},
+                       port);
+}
+
+void tst_RealServers::proxy_data()
+{
+    QTest::addColumn<QByteArray>("kind");
+    QTest::addColumn<bool>("asks");
+    QTest::addColumn<QByteArray>("credentials");
+    QTest::addColumn<bool>("passes");
+    QTest::addColumn<QByteArray>("forwardError"); // with http
+    QTest::addColumn<QByteArray>("tunnelError");  // with https
+    const QByteArray none = "0";
+    const QByteArray proxyError = "302";
+    for (const char *kind : {"tinyproxy", "squid"}) {
+        const QByteArray name = kind;
+        QTest::newRow((name + ", open").constData()) << name << false << QByteArray() << true << none << none;
+        QTest::newRow((name + ", right password").constData())
+            << name << true << QByteArray("user:right@") << true << none << none;
+        QTest::newRow((name + ", wrong password").constData())
+            << name << true << QByteArray("user:wrong@") << false
+            // tinyproxy answers 401, as a server would, where 407 is meant.
+            << (name == "tinyproxy" ? QByteArray("303") : proxyError)
+            << (name == "tinyproxy" ? QByteArray("301") : proxyError);
+        QTest::newRow((name + ", no password").constData())
+            << name << true << QByteArray() << false << proxyError
+            << proxyError;
+    }
+}
+
+/// Forward for http, CONNECT for https.
+void tst_RealServers::proxy()
+{
+    QFETCH(QByteArray, kind);
+    QFETCH(bool, asks);
+    QFETCH(QByteArray, credentials);
+    QFETCH(bool, passes);
+    QFETCH(QByteArray, forwardError);
+    QFETCH(QByteArray, tunnelError);
+    const quint16 port = freePort();
+    QVERIFY(startProxy(kind, asks, port));
+    for (const QByteArray &url : {"http://127.0.0.1:" + QByteArray::number(plainPort),
+                                  "https://127.0.0.1:" + QByteArray::number(tlsPort)}) {
+        Handle handle(baseParameters(url, "update"));
+        handle.set("http_proxy", "http://" + credentials + "127.0.0.1:" + QByteArray::number(port));
+        handle.set("download_file_path", "update.zip");
+        const int result = handle.checkEnable();
+        QVERIFY2(result == int(passes), (url + ": " + handle.errorDetail()).constData());
+        QCOMPARE(handle.errorNo(), url.startsWith("https") ? tunnelError : forwardError);
+        QByteArray data;
+        QCOMPARE(handle.recvData(&data), int(passes));
+        QVERIFY(data == (passes ? FILE_BYTES : QByteArray()));
+    }
+    stopLast();
+}
+
+QTEST_GUILESS_MAIN(tst_RealServers)
+#include "tst_realservers.moc"
