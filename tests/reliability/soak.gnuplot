@@ -2,12 +2,12 @@
 set terminal svg size 800,420 font "sans-serif,12" background "white"
 set output picture
 set datafile separator ","
-set key top left
+set key center right
 set xlabel "calls"
 set ylabel "resident memory [MiB]"
 set y2label "descriptors, threads"
-set yrange [0:*]
-set y2range [0:*]
+set yrange [0:24]
+set y2range [0:24]
 set y2tics
 set ytics nomirror
 set grid ytics
