@@ -62,7 +62,7 @@ static int run(void *handle, const char *command, const char *argument)
     if (strcmp(command, "check") == 0)
         return korrin.checkEnable(handle);
     if (strcmp(command, "download") == 0) {
-        korrin.setParameter(handle, KORRIN_KEY_DOWNLOAD_FILE_PATH, "update.zip");
+        korrin.setParameter(handle, KORRIN_KEY_DOWNLOAD_FILE_PATH, "kx-100-2.0.bin");
         return korrin.recvFile(handle, argument);
     }
     if (strcmp(command, "result") == 0) {
@@ -94,7 +94,7 @@ int main(int argc, char **argv)
     korrin.setParameter(handle, KORRIN_KEY_SERVER_URL, argv[2]);
     korrin.setParameter(handle, KORRIN_KEY_CLOUD_LOG_FILE_SAVE_DIR, argv[3]);
     korrin.setParameter(handle, KORRIN_KEY_MODE, KORRIN_MODE_UPDATE);
-    korrin.setParameter(handle, KORRIN_KEY_PRODUCT_NO, "PN-1");
+    korrin.setParameter(handle, KORRIN_KEY_PRODUCT_NO, "KX-100");
     korrin.setParameter(handle, KORRIN_KEY_SOFT_VER, "1.0");
     korrin.setParameter(handle, KORRIN_KEY_LANGUAGE_CODE, "en");
     korrin.setParameter(handle, KORRIN_KEY_RECV_TIMEOUT, "5");
