@@ -45,7 +45,9 @@ __attribute__((constructor)) static void readEnvironment(void)
     memcpy(wantedCall, fault, (size_t)(comma - fault));
     wantedNumber = atoi(comma + 1);
     const char *what = strchr(comma + 1, ',') + 1;
-    action = strncmp(what, "kill", 4) == 0 ? KILL : strncmp(what, "short", 5) == 0 ? SHORT : atoi(what);
+    action = strncmp(what, "kill", 4) == 0 ? KILL
+        : strncmp(what, "short", 5) == 0   ? SHORT
+                                           : atoi(what);
     forever = strstr(what, ",forever") != NULL;
 }
 
@@ -156,7 +158,7 @@ ssize_t write(int fd, const void *data, size_t size)
         const ssize_t count = allowed(fd, size);                                                   \
         return count < 0 ? -1                                                                      \
                          : ((ssize_t(*)(int, const void *, size_t, offsetType))real(#name))(       \
-                               fd, data, (size_t)count, offset);                                   \
+                             fd, data, (size_t)count, offset);                                     \
     }
 DEFINE_PWRITE(pwrite, off_t)
 DEFINE_PWRITE(pwrite64, off64_t)

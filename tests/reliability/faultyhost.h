@@ -8,11 +8,12 @@
 namespace korrintest
 {
 
-/// The environment of a host whose file operations below @p directory go wrong as @p fault says, for
-/// instance "write,2,28" or "any,7,kill" (tests/chost/filefaults.c).
+/// The environment of a host whose file operations below @p directory go wrong as @p fault says,
+/// for instance "write,2,28" or "any,7,kill" (tests/chost/filefaults.c).
 inline QHash<QString, QString> faultEnvironment(const QString &directory, const QByteArray &fault)
 {
-    // Under a sanitizer, its runtime lets itself be preloaded behind another library only if told so.
+    // Under a sanitizer, its runtime lets itself be preloaded behind another library only if told
+    // so.
     return {{QStringLiteral("LD_PRELOAD"), QStringLiteral(KORRIN_TEST_FILEFAULTS)},
             {QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0")},
             {QStringLiteral("KORRIN_FAULT_DIR"), directory},

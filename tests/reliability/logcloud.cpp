@@ -4,9 +4,8 @@ namespace korrintest
 {
 
 LogCloud::LogCloud()
-    : server([this](Connection &connection, const HttpRequest &request) {
-          serve(connection, request);
-      })
+    : server(
+        [this](Connection &connection, const HttpRequest &request) { serve(connection, request); })
 {
 }
 

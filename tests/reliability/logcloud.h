@@ -17,8 +17,8 @@ public:
     LogCloud();
 
     QByteArray url() const { return server.url(); }
-    /// Takes so many of the records to come, and breaks off the connections of the others; negative:
-    /// takes all.
+    /// Takes so many of the records to come, and breaks off the connections of the others;
+    /// negative: takes all.
     void take(int records);
     /// Takes records in turns: so many are taken, then so many are not.
     void takeInTurns(int records);

@@ -1,5 +1,6 @@
 // Makes many calls in mixed modes, threads and faults against a local cloud, and watches what the
-// process holds. Usage: soak CALLS [CSV-FILE]. Exits 0 when memory, descriptors and threads stay flat.
+// process holds. Usage: soak CALLS [CSV-FILE]. Exits 0 when memory, descriptors and threads stay
+// flat.
 
 #include "korrinhost.h"
 #include "simulator.h"
@@ -27,8 +28,7 @@ const int SAMPLES = 100;
 const int CALLS_PER_HANDLE = 50;
 const int MOST_GROWTH_KIB = 2048;
 
-struct Sample
-{
+struct Sample {
     int calls = 0;
     int residentKib = 0;
     int descriptors = 0;
@@ -58,8 +58,8 @@ void addFaults(Simulator &cloud)
     int seed = 0;
     for (const char *fault :
          {R"("fault":"close")", R"("fault":"reset")", R"("fault":"status","code":503)",
-          R"("fault":"malformed")", R"("fault":"refuse")", R"("fault":"cut")",
-          R"("fault":"echo")", R"("fault":"delay","ms":5)", R"("fault":"drip","bytes_per_second":100000)"}) {
+          R"("fault":"malformed")", R"("fault":"refuse")", R"("fault":"cut")", R"("fault":"echo")",
+          R"("fault":"delay","ms":5)", R"("fault":"drip","bytes_per_second":100000)"}) {
         cloud.addFault(QByteArray("{") + fault + R"(,"match":{"probability":0.02,"seed":)"
                        + QByteArray::number(++seed) + "}}");
     }
@@ -68,7 +68,8 @@ void addFaults(Simulator &cloud)
 /// A handle's life: a mode, and a row of calls.
 void useHandle(const QByteArray &url, const QString &directory, std::mt19937 &random, int calls)
 {
-    const QList<QByteArray> modes = {"update", "update", "remote_access", "submit_info", "s3_upload"};
+    const QList<QByteArray> modes = {"update", "update", "remote_access", "submit_info",
+                                     "s3_upload"};
     const QByteArray mode = modes.at(int(random() % unsigned(modes.size())));
     Handle handle(baseParameters(url + (mode == "s3_upload" ? "kx-logs/object" : ""), mode));
     handle.set("product_no", "KX-200");
@@ -177,7 +178,8 @@ int main(int argc, char **argv)
     if (argc > 2)
         write(samples, argv[2]);
     std::printf("%d calls, second quarter -> last quarter:\n", calls);
-    const bool memoryIsFlat = isFlat(samples, "resident KiB", &Sample::residentKib, MOST_GROWTH_KIB);
+    const bool memoryIsFlat =
+        isFlat(samples, "resident KiB", &Sample::residentKib, MOST_GROWTH_KIB);
     const bool descriptorsAreFlat = isFlat(samples, "descriptors", &Sample::descriptors, 0);
     const bool threadsAreFlat = isFlat(samples, "threads", &Sample::threads, 0);
     return memoryIsFlat && descriptorsAreFlat && threadsAreFlat ? 0 : 1;

@@ -68,8 +68,7 @@ Fault sendsInstead(const QByteArray &bytes)
 }
 
 /// What a host sees of a call.
-struct Outcome
-{
+struct Outcome {
     QByteArray call;
     QByteArray mode;
     QByteArray text; ///< "returns | number | text | detail"
@@ -217,11 +216,10 @@ void tst_FaultMatrix::answers_data()
     QTest::addColumn<Fault>("fault");
 
     QTest::newRow("none") << sends([](const QByteArray &good) { return good; });
-    QTest::newRow("closed before the answer") << Fault([](Connection &, const HttpRequest &,
-                                                          const QByteArray &) {});
+    QTest::newRow("closed before the answer")
+        << Fault([](Connection &, const HttpRequest &, const QByteArray &) {});
     QTest::newRow("closed within the status line") << sendsInstead("HTTP/1.1 20");
-    QTest::newRow("closed within the headers")
-        << sendsInstead("HTTP/1.1 200 OK\r\nContent-Ty");
+    QTest::newRow("closed within the headers") << sendsInstead("HTTP/1.1 200 OK\r\nContent-Ty");
     QTest::newRow("closed after the headers")
         << sends([](const QByteArray &good) { return good.left(bodyAt(good)); });
     QTest::newRow("body cut short")
@@ -254,10 +252,9 @@ void tst_FaultMatrix::answers_data()
                connection.sendInPieces(good, 50, 20);
            });
     QTest::newRow("malformed status line") << sendsInstead("HELLO WORLD\r\n\r\n");
-    QTest::newRow("malformed header")
-        << sends([](const QByteArray &good) {
-               return QByteArray(good).replace("Content-Type", "no colon here\r\nContent-Type");
-           });
+    QTest::newRow("malformed header") << sends([](const QByteArray &good) {
+        return QByteArray(good).replace("Content-Type", "no colon here\r\nContent-Type");
+    });
     QTest::newRow("negative length")
         << sendsInstead("HTTP/1.1 200 OK\r\nContent-Length: -5\r\nConnection: close\r\n\r\nabc");
     QTest::newRow("malformed chunk")
@@ -265,23 +262,22 @@ void tst_FaultMatrix::answers_data()
     QTest::newRow("malformed gzip")
         << sendsInstead("HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 20\r\n\r\n"
                         "this is not gzip....");
-    QTest::newRow("10,000 headers")
-        << sends([](const QByteArray &good) {
-               return QByteArray(good).replace("Content-Type",
-                                               repeated("X-Filler: x\r\n", 10000) + "Content-Type");
-           });
+    QTest::newRow("10,000 headers") << sends([](const QByteArray &good) {
+        return QByteArray(good).replace("Content-Type",
+                                        repeated("X-Filler: x\r\n", 10000) + "Content-Type");
+    });
     QTest::newRow("headers without end")
         << Fault([](Connection &connection, const HttpRequest &, const QByteArray &) {
                connection.send("HTTP/1.1 200 OK\r\n");
-               while (connection.send(repeated("X-Filler: x\r\n", 100)) && !connection.waitForPeerClose(20)) {
-               }
+               while (connection.send(repeated("X-Filler: x\r\n", 100))
+                      && !connection.waitForPeerClose(20)) { }
            });
     QTest::newRow("another kind of answer") << sendsInstead(xmlAnswer("other"));
-    QTest::newRow("a refusal")
-        << Fault([](Connection &connection, const HttpRequest &request, const QByteArray &) {
-               const QByteArray items = request.method == "GET" ? request.query() : request.body;
-               connection.send(xmlAnswer(formValue(items, "is"), "0", "77", "Not today."));
-           });
+    QTest::newRow("a refusal") << Fault(
+        [](Connection &connection, const HttpRequest &request, const QByteArray &) {
+            const QByteArray items = request.method == "GET" ? request.query() : request.body;
+            connection.send(xmlAnswer(formValue(items, "is"), "0", "77", "Not today."));
+        });
     QTest::newRow("no XML") << sendsInstead(answer(200, "OK", "text/html", "<p>Please log in"));
     QTest::newRow("an empty answer") << sendsInstead(answer(200, "OK", "text/xml", ""));
     QTest::newRow("nested entities")
@@ -299,18 +295,17 @@ void tst_FaultMatrix::answers_data()
                                "\"file:///etc/passwd\">]><response><is>&b;</is></response>"));
     QTest::newRow("deeply nested elements")
         << sendsInstead(answer(200, "OK", "text/xml", repeated("<a>", 20000)));
-    QTest::newRow("an answer of 5 MB")
-        << sends([](const QByteArray &good) {
-               const QByteArray body = good.mid(bodyAt(good));
-               const int at = static_cast<int>(body.indexOf("</message>"));
-               return withBody(good, at < 0 ? QByteArray(5000000, 'z')
-                                            : body.left(at) + "</message><more>"
-                                       + QByteArray(5000000, 'x') + "</more>" + body.mid(at + 10));
-           });
+    QTest::newRow("an answer of 5 MB") << sends([](const QByteArray &good) {
+        const QByteArray body = good.mid(bodyAt(good));
+        const int at = static_cast<int>(body.indexOf("</message>"));
+        return withBody(good,
+                        at < 0 ? QByteArray(5000000, 'z')
+                               : body.left(at) + "</message><more>" + QByteArray(5000000, 'x')
+                                + "</more>" + body.mid(at + 10));
+    });
     for (const int status : {301, 302, 303, 307, 308}) {
-        QTest::newRow(("redirect " + QByteArray::number(status)).constData())
-            << sendsInstead(answer(status, "Moved", "text/html", "elsewhere",
-                                   {"Location: http://127.0.0.1:9/"}));
+        QTest::newRow(("redirect " + QByteArray::number(status)).constData()) << sendsInstead(
+            answer(status, "Moved", "text/html", "elsewhere", {"Location: http://127.0.0.1:9/"}));
     }
 }
 
@@ -323,18 +318,19 @@ void tst_FaultMatrix::answers()
         else
             fault(connection, request, goodAnswer(request));
     });
-    compare(QTest::currentDataTag(),
-            rowsFor(QTest::currentDataTag(),
-                    {{"server_url", server.url()}, {"recv_timeout", "1"}}));
+    compare(
+        QTest::currentDataTag(),
+        rowsFor(QTest::currentDataTag(), {{"server_url", server.url()}, {"recv_timeout", "1"}}));
 }
 
 /// Every status from 400 on, each with its own row.
 void tst_FaultMatrix::statuses()
 {
     QByteArray rows;
-    for (const int status : {400, 401, 402, 403, 404, 405, 406, 407, 408, 409, 410, 411, 412, 413,
-                             414, 415, 416, 417, 418, 421, 422, 423, 424, 425, 426, 428, 429, 431,
-                             451, 499, 500, 501, 502, 503, 504, 505, 506, 507, 508, 510, 511, 599}) {
+    for (const int status :
+         {400, 401, 402, 403, 404, 405, 406, 407, 408, 409, 410, 411, 412, 413,
+          414, 415, 416, 417, 418, 421, 422, 423, 424, 425, 426, 428, 429, 431,
+          451, 499, 500, 501, 502, 503, 504, 505, 506, 507, 508, 510, 511, 599}) {
         ScriptedServer server([status](Connection &connection, const HttpRequest &request) {
             connection.send(formValue(request.body, "is") == "cloudlog"
                                 ? xmlAnswer("cloudlog")
@@ -371,7 +367,8 @@ void tst_FaultMatrix::proxies_data()
     QTest::addColumn<bool>("isThere");
     QTest::newRow("proxy without credentials") << QByteArray() << 0 << true;
     QTest::newRow("proxy refuses the connection") << QByteArray() << 0 << false;
-    QTest::newRow("proxy asks for credentials that there are none of") << QByteArray() << -1 << true;
+    QTest::newRow("proxy asks for credentials that there are none of")
+        << QByteArray() << -1 << true;
     QTest::newRow("proxy asks once") << QByteArray("user:right") << 1 << true;
     QTest::newRow("proxy asks for ever") << QByteArray("user:right") << -1 << true;
     QTest::newRow("proxy with wrong credentials") << QByteArray("user:wrong") << 0 << true;
@@ -392,7 +389,8 @@ void tst_FaultMatrix::proxies()
         if (!credentials.isEmpty() || challenges < 0)
             proxy.requireCredentials("user", "right");
         proxy.setChallenges(challenges);
-        QByteArray url = proxy.url(credentials.split(':').value(0), credentials.split(':').value(1));
+        QByteArray url =
+            proxy.url(credentials.split(':').value(0), credentials.split(':').value(1));
         if (!isThere) {
             QTcpServer taken;
             QVERIFY(taken.listen(QHostAddress::LocalHost));
@@ -425,10 +423,14 @@ void tst_FaultMatrix::tls_data()
     QTest::addColumn<QString>("name");
     QTest::addColumn<bool>("isTrusted");
     QTest::newRow("TLS to a server that speaks none") << QString() << QString() << false;
-    QTest::newRow("trusted certificate") << "2" << "IP:127.0.0.1" << true;
-    QTest::newRow("certificate of an unknown authority") << "2" << "IP:127.0.0.1" << false;
-    QTest::newRow("certificate for another name") << "2" << "DNS:elsewhere.invalid" << true;
-    QTest::newRow("expired certificate") << "-1" << "IP:127.0.0.1" << true;
+    QTest::newRow("trusted certificate") << "2"
+                                         << "IP:127.0.0.1" << true;
+    QTest::newRow("certificate of an unknown authority") << "2"
+                                                         << "IP:127.0.0.1" << false;
+    QTest::newRow("certificate for another name") << "2"
+                                                  << "DNS:elsewhere.invalid" << true;
+    QTest::newRow("expired certificate") << "-1"
+                                         << "IP:127.0.0.1" << true;
 }
 
 void tst_FaultMatrix::tls()
@@ -439,19 +441,21 @@ void tst_FaultMatrix::tls()
     if (name.isEmpty()) {
         ScriptedServer plain;
         compare(QTest::currentDataTag(),
-                rowsFor(QTest::currentDataTag(), {{"server_url", "https" + plain.url().mid(4)}, {"recv_timeout", "1"}}));
+                rowsFor(QTest::currentDataTag(),
+                        {{"server_url", "https" + plain.url().mid(4)}, {"recv_timeout", "1"}}));
         return;
     }
     QTemporaryDir files;
     QProcess script;
     script.setWorkingDirectory(files.path());
-    script.start(QStringLiteral("sh"),
-                 {QStringLiteral("-c"),
-                  QStringLiteral("printf 'subjectAltName=%1' >ext && openssl req -new -newkey ec"
-                                 " -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout key.pem -out"
-                                 " request.pem -subj /CN=device && openssl x509 -req -in request.pem"
-                                 " -signkey key.pem -days %2 -extfile ext -out cert.pem")
-                      .arg(name, days)});
+    script.start(
+        QStringLiteral("sh"),
+        {QStringLiteral("-c"),
+         QStringLiteral("printf 'subjectAltName=%1' >ext && openssl req -new -newkey ec"
+                        " -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout key.pem -out"
+                        " request.pem -subj /CN=device && openssl x509 -req -in request.pem"
+                        " -signkey key.pem -days %2 -extfile ext -out cert.pem")
+             .arg(name, days)});
     QVERIFY(script.waitForFinished());
     QCOMPARE(script.exitCode(), 0);
     const QString certificate = files.filePath(QStringLiteral("cert.pem"));
@@ -466,12 +470,12 @@ void tst_FaultMatrix::tls()
         QSslConfiguration::setDefaultConfiguration(trusting);
     }
     // Uploads to an object's path; the others replace it.
-    const QByteArray rows =
-        rowsFor(QTest::currentDataTag(), {{"server_url", cloud.url() + "kx-logs/a"},
-                                          {"product_no", "KX-200"},
-                                          {"download_file_path", "kx-200-1.4.bin"},
-                                          {"aws_access_key", "KORRINSIMACCESSKEY"},
-                                          {"aws_secret_access_key", "korrin/sim+secret"}});
+    const QByteArray rows = rowsFor(QTest::currentDataTag(),
+                                    {{"server_url", cloud.url() + "kx-logs/a"},
+                                     {"product_no", "KX-200"},
+                                     {"download_file_path", "kx-200-1.4.bin"},
+                                     {"aws_access_key", "KORRINSIMACCESSKEY"},
+                                     {"aws_secret_access_key", "korrin/sim+secret"}});
     QSslConfiguration::setDefaultConfiguration(before);
     compare(QTest::currentDataTag(), rows);
 }

@@ -56,8 +56,7 @@ private:
 class LocalHost
 {
 public:
-    LocalHost(const ScriptedServer &server, const QTemporaryDir &directory)
-        : host(directory.path())
+    LocalHost(const ScriptedServer &server, const QTemporaryDir &directory) : host(directory.path())
     {
         host.call("open");
         handle = host.create();
@@ -129,7 +128,7 @@ void tst_LogDurability::write(const char *name, const QByteArray &bytes) const
 QList<QByteArray> tst_LogDurability::history(Device &device, LogCloud &cloud, bool *survived)
 {
     QList<QByteArray> returned;
-    const QList<QPair<QByteArray, int>> calls = {{"P1", 0}, {"P2", 0}, {"P3", 0}, {"P4", 1},
+    const QList<QPair<QByteArray, int>> calls = {{"P1", 0}, {"P2", 0},  {"P3", 0}, {"P4", 1},
                                                  {"P5", 0}, {"P6", -1}, {"P7", -1}};
     *survived = false;
     for (const auto &call : calls) {
@@ -151,8 +150,9 @@ void tst_LogDurability::killBeforeAnyCall()
         LogCloud cloud;
         QList<QByteArray> returned;
         {
-            Device device(cloud, *directory,
-                          faultEnvironment(directory->path(), "any," + QByteArray::number(number) + ",kill"));
+            Device device(
+                cloud, *directory,
+                faultEnvironment(directory->path(), "any," + QByteArray::number(number) + ",kill"));
             returned = history(device, cloud, &survived);
         }
         const QByteArray underWay = cloud.lastTaken();
@@ -233,8 +233,8 @@ void tst_LogDurability::failingCalls()
         const QHash<QByteArray, int> taken = cloud.taken();
         for (const char *product : {"P1", "P2", "P3"}) {
             QVERIFY2(taken.value(product) > 0,
-                     (QByteArray(product) + " is lost after failure "
-                      + QByteArray::number(number)).constData());
+                     (QByteArray(product) + " is lost after failure " + QByteArray::number(number))
+                         .constData());
         }
         QVERIFY2(cloud.broken().isEmpty(), cloud.broken().value(0).constData());
     }
@@ -295,15 +295,15 @@ void tst_LogDurability::interruptedRewritingIsTakenUp_data()
     const QByteArray sentOne = QByteArray(1, '\0') + "s=cloudlog&rec=1\n";
     QTest::newRow("nothing was left")
         << QByteArray("is=cloudlog&rec=1\n") << QByteArray() << QByteArray() << QByteArray("1");
-    QTest::newRow("one had gone out")
-        << sentOne + "is=cloudlog&rec=2\n" << QByteArray() << QByteArray() << QByteArray("2");
+    QTest::newRow("one had gone out") << sentOne + "is=cloudlog&rec=2\n"
+                                      << QByteArray() << QByteArray() << QByteArray("2");
     QTest::newRow("all had gone out") << sentOne << QByteArray() << QByteArray() << QByteArray();
     QTest::newRow("the rest was half written")
-        << sentOne + "is=cloudlog&rec=2\nis=cloudlog&rec=3\n" << QByteArray("is=cloudlog&rec=2\nis=cl")
-        << QByteArray() << QByteArray("2 3");
+        << sentOne + "is=cloudlog&rec=2\nis=cloudlog&rec=3\n"
+        << QByteArray("is=cloudlog&rec=2\nis=cl") << QByteArray() << QByteArray("2 3");
     QTest::newRow("the rest was written")
-        << sentOne + "is=cloudlog&rec=2\n" << QByteArray("is=cloudlog&rec=2\n") << QByteArray()
-        << QByteArray("2");
+        << sentOne + "is=cloudlog&rec=2\n"
+        << QByteArray("is=cloudlog&rec=2\n") << QByteArray() << QByteArray("2");
     QTest::newRow("records of an earlier time")
         << QByteArray("is=cloudlog&rec=2\n") << QByteArray("is=cloudlog&rec=1\n") << QByteArray()
         << QByteArray("2 1");

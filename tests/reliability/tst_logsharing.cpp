@@ -68,9 +68,10 @@ void tst_LogSharing::everyRecordArrivesExactlyOnce()
             for (int call = 0; call < callsOfEach(); ++call) {
                 const QByteArray product = QByteArray(1, char('A' + process)) + '-'
                     + QByteArray::number(thread) + '-' + QByteArray::number(call);
-                QVERIFY2(taken.value(product) == 1,
-                         (product + " arrived " + QByteArray::number(taken.value(product))
-                          + " times").constData());
+                QVERIFY2(
+                    taken.value(product) == 1,
+                    (product + " arrived " + QByteArray::number(taken.value(product)) + " times")
+                        .constData());
             }
         }
     }

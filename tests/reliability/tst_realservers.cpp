@@ -92,8 +92,7 @@ bool tst_RealServers::startDaemon(const QString &path, const QStringList &argume
     daemons.back()->setWorkingDirectory(directory.path());
     daemons.back()->setProcessChannelMode(QProcess::MergedChannels);
     daemons.back()->start(path, arguments);
-    const bool started =
-        QTest::qWaitFor([port] { return accepts(port); }, START_TIMEOUT_MS);
+    const bool started = QTest::qWaitFor([port] { return accepts(port); }, START_TIMEOUT_MS);
     if (!started)
         qWarning("%s", daemons.back()->readAll().constData());
     return started;
@@ -112,11 +111,12 @@ bool tst_RealServers::startNginx()
 {
     QProcess openssl;
     openssl.setWorkingDirectory(directory.path());
-    openssl.start(QStringLiteral("openssl"),
-                  QStringLiteral("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout"
-                                 " key.pem -out cert.pem -days 2 -subj /CN=test -addext"
-                                 " subjectAltName=IP:127.0.0.1")
-                      .split(QLatin1Char(' ')));
+    openssl.start(
+        QStringLiteral("openssl"),
+        QStringLiteral("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout"
+                       " key.pem -out cert.pem -days 2 -subj /CN=test -addext"
+                       " subjectAltName=IP:127.0.0.1")
+            .split(QLatin1Char(' ')));
     openssl.waitForFinished();
     plainPort = freePort();
     tlsPort = freePort();
@@ -153,7 +153,8 @@ void tst_RealServers::initTestCase()
 {
     for (const char *name : {"nginx", "tinyproxy", "squid"}) {
         if (program(name).isEmpty())
-            QSKIP((QByteArray(name) + " is not installed; scripts/install-deps servers does").constData());
+            QSKIP((QByteArray(name) + " is not installed; scripts/install-deps servers does")
+                      .constData());
     }
     QVERIFY(startNginx());
     // The throw-away authority is trusted in this process only.
@@ -218,14 +219,13 @@ bool tst_RealServers::startProxy(const QByteArray &kind, bool withCredentials, q
         write(QStringLiteral("tinyproxy.conf"),
               "Port " + number + "\nListen 127.0.0.1\nTimeout 60\nAllow 127.0.0.1\n"
                   + (withCredentials ? "BasicAuth user right\n" : ""));
-        return startDaemon(program("tinyproxy"),
-                           {QStringLiteral("-d"), QStringLiteral("-c"),
-                            QStringLiteral("tinyproxy.conf")},
-                           port);
+        return startDaemon(
+            program("tinyproxy"),
+            {QStringLiteral("-d"), QStringLiteral("-c"), QStringLiteral("tinyproxy.conf")}, port);
     }
     QProcess openssl;
-    openssl.start(QStringLiteral("openssl"), {QStringLiteral("passwd"), QStringLiteral("-apr1"),
-                                              QStringLiteral("right")});
+    openssl.start(QStringLiteral("openssl"),
+                  {QStringLiteral("passwd"), QStringLiteral("-apr1"), QStringLiteral("right")});
     openssl.waitForFinished();
     write(QStringLiteral("passwords"), "user:" + openssl.readAllStandardOutput());
     write(QStringLiteral("squid.conf"),
@@ -233,12 +233,11 @@ bool tst_RealServers::startProxy(const QByteArray &kind, bool withCredentials, q
               + "\npid_filename none\naccess_log none\ncache_log /dev/stderr\ncache deny all\n"
                 "cache_store_log none\nshutdown_lifetime 0 seconds\ncoredump_dir /tmp\n"
                 "pinger_enable off\n"
-              + (withCredentials
-                     ? "auth_param basic program /usr/lib/squid/basic_ncsa_auth "
+              + (withCredentials ? "auth_param basic program /usr/lib/squid/basic_ncsa_auth "
                          + directory.filePath(QStringLiteral("passwords")).toLocal8Bit()
                          + "\nacl known proxy_auth REQUIRED\nhttp_access allow known\n"
                            "http_access deny all\n"
-                     : QByteArray("http_access allow all\n")));
+                                 : QByteArray("http_access allow all\n")));
     return startDaemon(program("squid"),
                        {QStringLiteral("-N"), QStringLiteral("-n"),
                         QStringLiteral("korrin%1").arg(port), QStringLiteral("-f"),
@@ -258,17 +257,18 @@ void tst_RealServers::proxy_data()
     const QByteArray proxyError = "302";
     for (const char *kind : {"tinyproxy", "squid"}) {
         const QByteArray name = kind;
-        QTest::newRow((name + ", open").constData()) << name << false << QByteArray() << true << none << none;
+        QTest::newRow((name + ", open").constData())
+            << name << false << QByteArray() << true << none << none;
         QTest::newRow((name + ", right password").constData())
             << name << true << QByteArray("user:right@") << true << none << none;
         QTest::newRow((name + ", wrong password").constData())
-            << name << true << QByteArray("user:wrong@") << false
+            << name << true << QByteArray("user:wrong@")
+            << false
             // tinyproxy answers 401, as a server would, where 407 is meant.
             << (name == "tinyproxy" ? QByteArray("303") : proxyError)
             << (name == "tinyproxy" ? QByteArray("301") : proxyError);
         QTest::newRow((name + ", no password").constData())
-            << name << true << QByteArray() << false << proxyError
-            << proxyError;
+            << name << true << QByteArray() << false << proxyError << proxyError;
     }
 }
 

@@ -87,8 +87,8 @@ void tst_SickDisk::receiving()
         return;
     }
     error.replace("{PATH}", path("received"));
-    const QByteArray seen = host.get(handle, "error_no") + '|' + host.get(handle, "error_text") + '|'
-        + host.get(handle, "error_detail");
+    const QByteArray seen = host.get(handle, "error_no") + '|' + host.get(handle, "error_text")
+        + '|' + host.get(handle, "error_detail");
     QVERIFY2(seen.startsWith(error), seen.constData());
     // The next call works.
     QCOMPARE(host.check(handle), 0);
@@ -107,7 +107,8 @@ void tst_SickDisk::sending_data()
     QTest::newRow("read fails once") << "read,1," + QByteArray::number(EIO) << QByteArray("0");
     QTest::newRow("read fails for ever")
         << "read,1," + QByteArray::number(EIO) + ",forever" << QByteArray("0");
-    QTest::newRow("read is interrupted") << "read,1," + QByteArray::number(EINTR) << QByteArray("0");
+    QTest::newRow("read is interrupted")
+        << "read,1," + QByteArray::number(EINTR) << QByteArray("0");
 }
 
 void tst_SickDisk::sending()

@@ -9,7 +9,8 @@ namespace korrintest
 {
 
 /// The parts of a document in docs/ that are recorded, so that a test can compare them with what it
-/// sees. Each follows a line "<!-- recorded: NAME -->" and ends before the first line "<!-- end -->".
+/// sees. Each follows a line "<!-- recorded: NAME -->" and ends before the first line "<!-- end
+/// -->".
 ///
 /// With KORRIN_UPDATE_DOCS set in the environment, parts that differ are replaced in the document.
 class DocumentBlocks

@@ -181,18 +181,16 @@ void tst_XmlHandler::hostileDocumentIsRefused_data()
     QTest::newRow("deep sequence") << head + "<!ELEMENT a (b" + QByteArray(",(b").repeated(200000);
     QByteArray chain = head;
     for (int i = 0; i < 100000; ++i) {
-        chain += "<!ENTITY e" + QByteArray::number(i) + " \"&e" + QByteArray::number(i + 1)
-            + ";\">";
+        chain +=
+            "<!ENTITY e" + QByteArray::number(i) + " \"&e" + QByteArray::number(i + 1) + ";\">";
     }
     QTest::newRow("chain of entities") << chain + "]><a>&e0;</a>";
-    QTest::newRow("entities within entities")
-        << head + "<!ENTITY b \"" + QByteArray("b").repeated(100) + "\"><!ENTITY c \""
-            + QByteArray("&b;").repeated(100) + "\"><!ENTITY d \""
-            + QByteArray("&c;").repeated(100) + "\">]><a>&d;</a>";
-    QTest::newRow("parameter entities within each other")
-        << head + "<!ENTITY % p \"((((((((((\"><!ENTITY % q \"%p;%p;%p;%p;\"><!ELEMENT a %q;>]><a/>";
-    QTest::newRow("document type in UTF-16")
-        << "\xff\xfe"
+    QTest::newRow("entities within entities") << head + "<!ENTITY b \""
+            + QByteArray("b").repeated(100) + "\"><!ENTITY c \"" + QByteArray("&b;").repeated(100)
+            + "\"><!ENTITY d \"" + QByteArray("&c;").repeated(100) + "\">]><a>&d;</a>";
+    QTest::newRow("parameter entities within each other") << head
+            + "<!ENTITY % p \"((((((((((\"><!ENTITY % q \"%p;%p;%p;%p;\"><!ELEMENT a %q;>]><a/>";
+    QTest::newRow("document type in UTF-16") << "\xff\xfe"
             + QByteArray(reinterpret_cast<const char *>(u"<!DOCTYPE a [<!ELEMENT a "), 50)
             + QByteArray("(\0", 2).repeated(200000);
 }

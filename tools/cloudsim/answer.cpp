@@ -43,7 +43,8 @@ Answer xmlAnswer(Elements elements, const Fault &fault)
             value = fault.echo;
         text += space + "<" + name + ">" + xmlEscaped(value) + "</" + name + ">";
     }
-    text += (fault.addsSpace ? "\n" : "") + std::string(fault.breaksXml ? "</unclosed>" : "</response>");
+    text += (fault.addsSpace ? "\n" : "")
+        + std::string(fault.breaksXml ? "</unclosed>" : "</response>");
 
     Answer answer;
     answer.contentType = XML_TYPE;

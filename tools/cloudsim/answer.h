@@ -9,8 +9,7 @@
 #include <vector>
 
 /// An answer before it becomes HTTP.
-struct Answer
-{
+struct Answer {
     int status = 200;
     std::string contentType;
     Body body;

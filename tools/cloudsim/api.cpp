@@ -16,8 +16,7 @@ const std::chrono::seconds EVENT_COMMENT_INTERVAL(15);
 const uint64_t MAX_LIMIT = 10000;
 
 /// What ends a request with a status other than 200.
-struct ApiError
-{
+struct ApiError {
     int status;
     std::string message;
 };
@@ -158,8 +157,7 @@ json Api::read(const httplib::Request &request, const std::string &what)
 {
     const std::string oneExchange = "exchanges/";
     if (what.compare(0, oneExchange.size(), oneExchange) == 0) {
-        const auto found =
-            store.exchange(numberFrom(what.substr(oneExchange.size()), "the id"));
+        const auto found = store.exchange(numberFrom(what.substr(oneExchange.size()), "the id"));
         if (!found)
             throw ApiError{404, "there is no such exchange"};
         return *found;

@@ -6,8 +6,7 @@
 #include <string>
 
 /// What is wrong with a signed request; an empty code means nothing is.
-struct SignatureFault
-{
+struct SignatureFault {
     std::string code; ///< of Amazon S3's error answers
     std::string message;
     std::string stringToSign; ///< where it helps to find the difference

@@ -59,7 +59,7 @@ private:
 
 } // namespace
 
-Body::Body(uint64_t size, Reader contents) : sizeBytes(size), reader(std::move(contents)) {}
+Body::Body(uint64_t size, Reader contents) : sizeBytes(size), reader(std::move(contents)) { }
 
 Body::Body(std::string text) : sizeBytes(text.size())
 {
@@ -86,25 +86,26 @@ Body Body::madeUp(uint64_t size, uint64_t seed)
 Body Body::padded(Body body, uint64_t at, uint64_t count, char filler)
 {
     const uint64_t total = body.size() + count;
-    return Body(total, [body = std::move(body), at, count, filler](uint64_t offset, char *out,
-                                                                   size_t size) {
-        while (size > 0) {
-            size_t take;
-            if (offset < at) {
-                take = static_cast<size_t>(std::min<uint64_t>(size, at - offset));
-                body.read(offset, out, take);
-            } else if (offset < at + count) {
-                take = static_cast<size_t>(std::min<uint64_t>(size, at + count - offset));
-                std::memset(out, filler, take);
-            } else {
-                take = size;
-                body.read(offset - count, out, take);
+    return Body(
+        total,
+        [body = std::move(body), at, count, filler](uint64_t offset, char *out, size_t size) {
+            while (size > 0) {
+                size_t take;
+                if (offset < at) {
+                    take = static_cast<size_t>(std::min<uint64_t>(size, at - offset));
+                    body.read(offset, out, take);
+                } else if (offset < at + count) {
+                    take = static_cast<size_t>(std::min<uint64_t>(size, at + count - offset));
+                    std::memset(out, filler, take);
+                } else {
+                    take = size;
+                    body.read(offset - count, out, take);
+                }
+                offset += take;
+                out += take;
+                size -= take;
             }
-            offset += take;
-            out += take;
-            size -= take;
-        }
-    });
+        });
 }
 
 Body Body::fromFile(const std::string &path)

@@ -39,8 +39,7 @@ uint64_t Books::begun(Exchange exchange, const Subject &subject)
         report.receivedMs = exchange.timeMs;
     }
     const uint64_t id = exchange.id;
-    const nlohmann::json summary =
-        subject.fault.isSlow() ? summaryOf(exchange) : nlohmann::json();
+    const nlohmann::json summary = subject.fault.isSlow() ? summaryOf(exchange) : nlohmann::json();
     store.add(std::move(exchange), std::move(records), std::move(reports));
     if (!summary.is_null())
         events.publish("exchange", summary);

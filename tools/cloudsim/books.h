@@ -9,7 +9,7 @@ class Books : public Journal
 {
 public:
     /// @param logs  whether finished exchanges are written to standard output
-    Books(Store &store, EventHub &events, bool logs) : store(store), events(events), logs(logs) {}
+    Books(Store &store, EventHub &events, bool logs) : store(store), events(events), logs(logs) { }
 
     uint64_t begun(Exchange exchange, const Subject &subject) override;
     void ended(Exchange exchange) override;

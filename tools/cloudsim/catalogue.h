@@ -8,8 +8,7 @@
 #include <vector>
 
 /// One update file. Either its bytes are made up (size) or they stand in a file (path).
-struct UpdateFile
-{
+struct UpdateFile {
     std::string name;
     std::string path;
     uint64_t sizeBytes = 0;
@@ -17,8 +16,7 @@ struct UpdateFile
     Body body() const;
 };
 
-struct Product
-{
+struct Product {
     std::string number;
     std::string version;
     std::map<std::string, UpdateFile> files; ///< by version
@@ -30,8 +28,7 @@ struct Product
 };
 
 /// What the local cloud offers: products, and buckets with the keys that may write to them.
-struct Catalogue
-{
+struct Catalogue {
     std::vector<Product> products;
     std::vector<std::string> buckets;
     std::map<std::string, std::string> secretByAccessKey;

@@ -71,8 +71,7 @@ void send(const Answer &answer, httplib::Response &response)
         response.set_content(answer.body.text(), answer.contentType);
         return;
     }
-    const auto write = [body = answer.body](size_t offset, size_t length,
-                                            httplib::DataSink &sink) {
+    const auto write = [body = answer.body](size_t offset, size_t length, httplib::DataSink &sink) {
         std::string piece(std::min(length, PIECE_BYTES), '\0');
         body.read(offset, piece.data(), piece.size());
         return sink.write(piece.data(), piece.size());

@@ -85,8 +85,9 @@ private:
     void expectObject(const Pointer &at, const std::set<std::string> &known) const
     {
         if (!value(at).is_object())
-            fail(at, at.empty() ? "the configuration must be an object"
-                                : "\"" + at.back() + "\" must hold objects");
+            fail(at,
+                 at.empty() ? "the configuration must be an object"
+                            : "\"" + at.back() + "\" must hold objects");
         for (const auto &item : value(at).items()) {
             if (known.count(item.key()) == 0)
                 fail(at / item.key(), "unknown key \"" + item.key() + "\"");
@@ -197,8 +198,9 @@ private:
         expectObject(at, {"buckets", "keys"});
         eachOf(at / "buckets", [&](const Pointer &bucket) {
             if (!value(bucket).is_string() || !isBucketName(value(bucket).get<std::string>()))
-                fail(bucket, "a bucket's name has 3 to 63 characters: a-z, 0-9, \".\", \"-\"; "
-                             "not \"download\" or \"search\"");
+                fail(bucket,
+                     "a bucket's name has 3 to 63 characters: a-z, 0-9, \".\", \"-\"; "
+                     "not \"download\" or \"search\"");
             catalogue.buckets.push_back(value(bucket).get<std::string>());
         });
         eachOf(at / "keys", [&](const Pointer &key) {

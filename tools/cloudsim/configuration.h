@@ -9,8 +9,7 @@
 #include <vector>
 
 /// What the local cloud starts with.
-struct Configuration
-{
+struct Configuration {
     Catalogue catalogue;
     std::vector<FaultRule> faults;
 

@@ -157,8 +157,8 @@ void Connection::close()
     // has not read yet (RFC 9112, section 9.6).
     shutdown(fd, SHUT_WR);
     char unread[4096];
-    while (pollFor(fd, POLLIN, CLOSE_TIMEOUT) && recv(fd, unread, sizeof unread, MSG_DONTWAIT) > 0) {
-    }
+    while (pollFor(fd, POLLIN, CLOSE_TIMEOUT)
+           && recv(fd, unread, sizeof unread, MSG_DONTWAIT) > 0) { }
 }
 
 void Connection::reset()

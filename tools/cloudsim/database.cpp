@@ -53,8 +53,7 @@ bool Statement::step()
 
 void Statement::run()
 {
-    while (step()) {
-    }
+    while (step()) { }
     sqlite3_reset(statement);
 }
 

@@ -6,12 +6,11 @@
 #include <string>
 
 /// One request and its answer, as they were on the wire.
-struct Exchange
-{
+struct Exchange {
     uint64_t id = 0;
-    int64_t timeMs = 0; ///< since 1970, UTC
+    int64_t timeMs = 0;     ///< since 1970, UTC
     double durationMs = -1; ///< negative while it is under way
-    std::string client; ///< "address:port"
+    std::string client;     ///< "address:port"
     std::string method;
     std::string target; ///< as in the request line
     std::string path;   ///< without the query, decoded
@@ -31,15 +30,13 @@ struct Exchange
 };
 
 /// A record of a device's cloud log, or the report of an update (its result or its log).
-struct LogRecord
-{
+struct LogRecord {
     uint64_t exchange = 0;
     int64_t receivedMs = 0;
     QueryItems items;
 };
 
-struct Report
-{
+struct Report {
     uint64_t exchange = 0;
     int64_t receivedMs = 0;
     std::string kind; ///< "result" or "update_log"
@@ -50,8 +47,7 @@ struct Report
 };
 
 /// An uploaded object.
-struct StoredObject
-{
+struct StoredObject {
     std::string bucket;
     std::string key;
     std::string contentType;

@@ -149,9 +149,8 @@ void ExchangeStream::send(const char *data, size_t size)
 bool ExchangeStream::sendPaced(const char *data, size_t size)
 {
     const uint64_t speed = subject.fault.bytesPerSecond;
-    const size_t slice = speed == 0
-        ? size
-        : static_cast<size_t>(std::max<uint64_t>(1, speed / SLICES_PER_SECOND));
+    const size_t slice =
+        speed == 0 ? size : static_cast<size_t>(std::max<uint64_t>(1, speed / SLICES_PER_SECOND));
     while (size > 0) {
         const size_t count = std::min(slice, size);
         if (!connection.write(data, count))
@@ -177,8 +176,7 @@ void ExchangeStream::reachLimit()
 /// From the bytes themselves: httplib refuses some requests before any handler sees them.
 void ExchangeStream::readRequestLine()
 {
-    const std::string line =
-        exchange.request.substr(0, exchange.request.find_first_of("\r\n"));
+    const std::string line = exchange.request.substr(0, exchange.request.find_first_of("\r\n"));
     const size_t first = std::min(line.find(' '), line.size());
     const size_t last = std::min(line.rfind(' '), line.size());
     exchange.method = line.substr(0, first);

@@ -9,8 +9,7 @@
 #include <vector>
 
 /// What the handler of a request found out about it, for the books.
-struct Subject
-{
+struct Subject {
     std::string path;
     std::string is;
     std::string product;
@@ -77,7 +76,7 @@ private:
     bool passesThrough = false;
     bool begunSending = false;
     bool broken = false;
-    std::string pending;    ///< the answer so far, until it is sent
-    uint64_t limit = 0;     ///< so many bytes of the answer may go out
+    std::string pending; ///< the answer so far, until it is sent
+    uint64_t limit = 0;  ///< so many bytes of the answer may go out
     uint64_t sentBytes = 0;
 };

@@ -6,8 +6,7 @@
 #include <vector>
 
 /// All that the rules do to one answer.
-struct Fault
-{
+struct Fault {
     std::string kinds; ///< for people, e.g. "delay+status"; empty when no rule met the exchange
 
     uint64_t delayMs = 0;

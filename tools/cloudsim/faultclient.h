@@ -8,7 +8,7 @@ class FaultClient
 {
 public:
     /// @param url  of the simulator, e.g. "http://127.0.0.1:8080/"
-    explicit FaultClient(std::string url) : url(std::move(url)) {}
+    explicit FaultClient(std::string url) : url(std::move(url)) { }
 
     /// Each prints what is then so. @throw std::runtime_error with what went wrong
     void list();

@@ -15,8 +15,7 @@ const uint64_t MAX_HUGE_BYTES = uint64_t(16) << 30;
 const uint64_t MAX_DELAY_MS = 24 * 3600 * 1000;
 
 /// A kind, its name, and the keys that its parameters have in JSON, in the order of the text form.
-struct KindDescription
-{
+struct KindDescription {
     FaultKind kind;
     const char *name;
     std::vector<std::string> parameters;
@@ -112,7 +111,8 @@ FaultMatch matchFromJson(const json &object)
     if (object.contains("seed"))
         match.seed = wholeNumber(object, "seed", 0, UINT64_MAX);
     if ((match.every > 0) + (match.next > 0) + match.probability.has_value() > 1)
-        throw std::invalid_argument("only one of \"every\", \"next\", \"probability\" may be given");
+        throw std::invalid_argument(
+            "only one of \"every\", \"next\", \"probability\" may be given");
     return match;
 }
 

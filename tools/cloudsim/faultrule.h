@@ -25,16 +25,14 @@ enum class FaultKind {
 std::string nameOf(FaultKind kind);
 
 /// The exchange that a rule may meet.
-struct FaultTarget
-{
+struct FaultTarget {
     std::string path;
     std::string is;
     std::string product;
 };
 
 /// Which exchanges a rule meets. Empty texts and numbers of zero do not narrow it.
-struct FaultMatch
-{
+struct FaultMatch {
     std::string path; ///< exact, or a beginning followed by "*"
     std::string is;
     std::string product;
@@ -66,11 +64,11 @@ public:
     bool enabled = true;
     FaultMatch match;
     FaultKind kind = FaultKind::Close;
-    uint64_t number = 0;            ///< ms, bytes per second, bytes, or HTTP status
-    std::optional<uint64_t> bytes;  ///< cut: after so many bytes of the body
-    bool stallsInBody = false;      ///< stall: after the head and half of the body
-    std::string text;               ///< echo: the "is"; refuse: the message
-    std::string code;               ///< refuse: the status_code
+    uint64_t number = 0;           ///< ms, bytes per second, bytes, or HTTP status
+    std::optional<uint64_t> bytes; ///< cut: after so many bytes of the body
+    bool stallsInBody = false;     ///< stall: after the head and half of the body
+    std::string text;              ///< echo: the "is"; refuse: the message
+    std::string code;              ///< refuse: the status_code
     uint64_t hits = 0;
 
 private:

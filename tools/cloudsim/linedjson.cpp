@@ -46,7 +46,7 @@ private:
 class Builder : public nlohmann::json_sax<json>
 {
 public:
-    Builder(LinedJson &result, const int *line) : result(result), line(line) {}
+    Builder(LinedJson &result, const int *line) : result(result), line(line) { }
 
     bool null() override { return add(nullptr); }
     bool boolean(bool value) override { return add(value); }

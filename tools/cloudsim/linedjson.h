@@ -9,15 +9,15 @@
 class ConfigError : public std::runtime_error
 {
 public:
-    ConfigError(int line, const std::string &what) : std::runtime_error(what), line(line) {}
+    ConfigError(int line, const std::string &what) : std::runtime_error(what), line(line) { }
     const int line;
 };
 
 /// A JSON document that knows in which line each of its values stands.
-struct LinedJson
-{
+struct LinedJson {
     nlohmann::json document;
-    std::map<std::string, int> lines; ///< by JSON pointer (RFC 6901); an object's is that of its "{"
+    std::map<std::string, int>
+        lines; ///< by JSON pointer (RFC 6901); an object's is that of its "{"
 
     /// @throw ConfigError when @p text is no JSON, or an object holds the same key twice
     static LinedJson parse(const std::string &text);

@@ -56,8 +56,7 @@ std::string urlOf(const Options &options, int port)
 {
     const bool isIpv6 = options.listen.find(':') != std::string::npos;
     return (options.tlsKey.empty() ? "http://" : "https://")
-        + (isIpv6 ? "[" + options.listen + "]" : options.listen) + ":" + std::to_string(port)
-        + "/";
+        + (isIpv6 ? "[" + options.listen + "]" : options.listen) + ":" + std::to_string(port) + "/";
 }
 
 int serve(const Options &options, const Configuration &configuration, const EndSignals &end)
@@ -113,8 +112,8 @@ int run(const Options &options, const EndSignals &end)
         return serve(options, configurationFor(options), end);
     } catch (const ConfigError &error) {
         std::cerr << options.configFile << ":"
-                  << (error.line > 0 ? std::to_string(error.line) + ":" : "") << " "
-                  << error.what() << "\n";
+                  << (error.line > 0 ? std::to_string(error.line) + ":" : "") << " " << error.what()
+                  << "\n";
         return EXIT_CONFIG;
     }
 }

@@ -58,9 +58,7 @@ CLI::App *addFaultCommand(CLI::App &fault, Options &options, const std::string &
                           const std::string &description, std::function<void(FaultClient &)> run)
 {
     CLI::App *command = fault.add_subcommand(name, description);
-    command->add_option("--url", options.url, "The simulator's URL")
-        ->type_name("URL")
-        ->required();
+    command->add_option("--url", options.url, "The simulator's URL")->type_name("URL")->required();
     command->callback([&options, run = std::move(run)] {
         options.faultCommand = [&options, run] {
             FaultClient client(options.url);
@@ -111,8 +109,7 @@ bool readCommandLine(int argc, char **argv, Options &options, int &exitStatus)
     } catch (const CLI::Success &request) {
         exitStatus = app.exit(request);
     } catch (const CLI::ParseError &error) {
-        std::cerr << "korrin-cloudsim: " << error.what()
-                  << "\nTry 'korrin-cloudsim --help'.\n";
+        std::cerr << "korrin-cloudsim: " << error.what() << "\nTry 'korrin-cloudsim --help'.\n";
         exitStatus = EXIT_USAGE;
     }
     return false;

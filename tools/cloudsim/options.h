@@ -5,8 +5,7 @@
 #include <vector>
 
 /// What the command line asks for.
-struct Options
-{
+struct Options {
     std::string configFile;
     std::string listen = "127.0.0.1";
     int port = 8080;
@@ -17,7 +16,7 @@ struct Options
     std::vector<std::string> faults;
     bool printsConfig = false;
 
-    std::string url; ///< of the running simulator that a fault command is for
+    std::string url;                    ///< of the running simulator that a fault command is for
     std::function<void()> faultCommand; ///< empty: run a simulator
 };
 

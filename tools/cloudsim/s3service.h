@@ -10,7 +10,7 @@
 class S3Service
 {
 public:
-    S3Service(const Catalogue &catalogue, Store &store) : catalogue(catalogue), store(store) {}
+    S3Service(const Catalogue &catalogue, Store &store) : catalogue(catalogue), store(store) { }
 
     bool serves(const ServiceRequest &request) const;
     /// @param stored  set to true when an object was stored

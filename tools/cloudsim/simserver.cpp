@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 #include <system_error>
 #include <thread>
-#include <thread>
 #include <unistd.h>
 
 namespace
@@ -103,7 +102,7 @@ void SimServer::route()
 
 int SimServer::bind(const std::string &address, int port)
 {
-    const int bound = port == 0 ? bind_to_any_port(address)
+    const int bound = port == 0       ? bind_to_any_port(address)
         : bind_to_port(address, port) ? port
                                       : -1;
     // httplib's own queue of connections is too short for many clients at once.

@@ -10,9 +10,8 @@
 #include <set>
 
 /// Takes a request and fills in its answer; @p body is empty when the request has none.
-using RequestHandler =
-    std::function<void(const httplib::Request &request, const std::string &body,
-                       httplib::Response &response)>;
+using RequestHandler = std::function<void(const httplib::Request &request, const std::string &body,
+                                          httplib::Response &response)>;
 
 /// The HTTP server: httplib's, on connections of our own that keep their bytes and can break.
 /// Each connection has a thread, since a stalled one must not hold up another.

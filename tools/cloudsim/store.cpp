@@ -71,17 +71,17 @@ std::string databaseName(const std::string &directory)
 
 } // namespace
 
-struct Store::Statements
-{
+struct Store::Statements {
     explicit Statements(Database &db)
         : insertExchange(db, "INSERT INTO exchanges VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)"),
           finishExchange(db, "UPDATE exchanges SET duration_ms = ?, answer_bytes = ? WHERE id = ?"),
-          touchDevice(db,
-                      "INSERT INTO devices VALUES (?1, ?2, ?3, x'', ?4, 1)"
-                      " ON CONFLICT (product) DO UPDATE SET"
-                      " version = CASE WHEN ?2 = x'' THEN version ELSE ?2 END, last_contact_ms = ?3,"
-                      " last_result = CASE WHEN ?4 = x'' THEN last_result ELSE ?4 END,"
-                      " exchanges = exchanges + 1"),
+          touchDevice(
+              db,
+              "INSERT INTO devices VALUES (?1, ?2, ?3, x'', ?4, 1)"
+              " ON CONFLICT (product) DO UPDATE SET"
+              " version = CASE WHEN ?2 = x'' THEN version ELSE ?2 END, last_contact_ms = ?3,"
+              " last_result = CASE WHEN ?4 = x'' THEN last_result ELSE ?4 END,"
+              " exchanges = exchanges + 1"),
           setDeviceError(db, "UPDATE devices SET last_error = ? WHERE product = ?"),
           insertRecord(db, "INSERT INTO cloudlog VALUES (NULL,?,?,?,?,?,?,?,?,?,?,?)"),
           insertReport(db, "INSERT INTO reports VALUES (NULL,?,?,?,?,?,?,?)"),
@@ -314,12 +314,9 @@ json reportRow(Statement &row)
 
 json objectRow(Statement &row)
 {
-    return {{"bucket", row.bytes(0)},
-            {"key", row.bytes(1)},
-            {"bytes", row.integer(2)},
-            {"content_type", row.bytes(3)},
-            {"etag", row.bytes(4)},
-            {"time", isoTime(row.integer(5))}};
+    return {{"bucket", row.bytes(0)},  {"key", row.bytes(1)},
+            {"bytes", row.integer(2)}, {"content_type", row.bytes(3)},
+            {"etag", row.bytes(4)},    {"time", isoTime(row.integer(5))}};
 }
 
 } // namespace
@@ -362,8 +359,9 @@ json Store::devices()
 {
     std::lock_guard locker(databaseMutex);
     writeQueued();
-    Statement select(database, "SELECT product, version, last_contact_ms, last_error, last_result,"
-                               " exchanges FROM devices ORDER BY last_contact_ms DESC, product");
+    Statement select(database,
+                     "SELECT product, version, last_contact_ms, last_error, last_result,"
+                     " exchanges FROM devices ORDER BY last_contact_ms DESC, product");
     return lines(select, deviceRow);
 }
 
@@ -380,37 +378,41 @@ json Store::reports()
 {
     std::lock_guard locker(databaseMutex);
     writeQueued();
-    Statement select(database, "SELECT id, exchange, received_ms, kind, product, version, result,"
-                               " text FROM reports ORDER BY id DESC LIMIT 1000");
+    Statement select(database,
+                     "SELECT id, exchange, received_ms, kind, product, version, result,"
+                     " text FROM reports ORDER BY id DESC LIMIT 1000");
     return lines(select, reportRow);
 }
 
 json Store::objects()
 {
     std::lock_guard locker(databaseMutex);
-    Statement select(database, "SELECT bucket, key, length(data), content_type, etag, time_ms"
-                               " FROM objects ORDER BY time_ms DESC, bucket, key");
+    Statement select(database,
+                     "SELECT bucket, key, length(data), content_type, etag, time_ms"
+                     " FROM objects ORDER BY time_ms DESC, bucket, key");
     return lines(select, objectRow);
 }
 
 std::optional<StoredObject> Store::object(const std::string &bucket, const std::string &key)
 {
     std::lock_guard locker(databaseMutex);
-    Statement select(database, "SELECT content_type, etag, data, time_ms FROM objects"
-                               " WHERE bucket = ? AND key = ?");
+    Statement select(database,
+                     "SELECT content_type, etag, data, time_ms FROM objects"
+                     " WHERE bucket = ? AND key = ?");
     if (!select.with(bucket, key).step())
         return {};
-    return StoredObject{bucket,          key,             select.bytes(0),
-                        select.bytes(1), select.bytes(2), select.integer(3)};
+    return StoredObject{bucket,           key, select.bytes(0), select.bytes(1), select.bytes(2),
+                        select.integer(3)};
 }
 
 json Store::counts()
 {
     std::lock_guard locker(databaseMutex);
     writeQueued();
-    Statement select(database, "SELECT (SELECT count(*) FROM exchanges),"
-                               " (SELECT count(*) FROM cloudlog), (SELECT count(*) FROM objects),"
-                               " (SELECT count(*) FROM devices)");
+    Statement select(database,
+                     "SELECT (SELECT count(*) FROM exchanges),"
+                     " (SELECT count(*) FROM cloudlog), (SELECT count(*) FROM objects),"
+                     " (SELECT count(*) FROM devices)");
     select.step();
     return {{"exchanges", select.integer(0)},
             {"cloud_log", select.integer(1)},

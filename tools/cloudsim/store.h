@@ -11,8 +11,7 @@
 #include <vector>
 
 /// What a reader of exchanges or log records asks for.
-struct Filter
-{
+struct Filter {
     uint64_t limit = 100;
     uint64_t before = 0; ///< only ids below it; 0: all
     uint64_t after = 0;  ///< only ids above it
@@ -55,14 +54,12 @@ public:
     void clear();
 
 private:
-    struct Finish
-    {
+    struct Finish {
         uint64_t id;
         double durationMs;
         uint64_t answerBytes;
     };
-    struct Queue
-    {
+    struct Queue {
         std::vector<Exchange> exchanges;
         std::vector<LogRecord> records;
         std::vector<Report> reports;

@@ -45,8 +45,8 @@ Answer onlyWith(const std::string &method)
 
 bool UpdateService::serves(const std::string &path)
 {
-    for (const char *known : {"/su/search", "/su/upload", "/su/download", "/ra/search",
-                              "/ra/upload", "/ra/download"}) {
+    for (const char *known :
+         {"/su/search", "/su/upload", "/su/download", "/ra/search", "/ra/upload", "/ra/download"}) {
         if (path == known)
             return true;
     }
@@ -79,8 +79,8 @@ Answer UpdateService::search(const Subject &subject) const
         return unknownProduct(subject);
     if (!isNewerVersion(product->version, subject.version))
         return xml(subject, true, NO_NEWER_VERSION, "There is no newer version.");
-    const std::string message = product->message(
-        subject.items.value("lang"), "Version " + product->version + " is available.");
+    const std::string message = product->message(subject.items.value("lang"),
+                                                 "Version " + product->version + " is available.");
     return xml(subject, true, FINE, message, product->version);
 }
 

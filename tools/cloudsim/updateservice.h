@@ -5,8 +5,7 @@
 #include "exchangestream.h"
 
 /// What a service is asked.
-struct ServiceRequest
-{
+struct ServiceRequest {
     std::string method;
     std::string path; ///< decoded
     std::string rawPath;
@@ -18,7 +17,7 @@ struct ServiceRequest
 class UpdateService
 {
 public:
-    explicit UpdateService(const Catalogue &catalogue) : catalogue(catalogue) {}
+    explicit UpdateService(const Catalogue &catalogue) : catalogue(catalogue) { }
 
     static bool serves(const std::string &path);
     /// Answers, and notes in @p subject what the request brought: records and reports.

@@ -3,7 +3,8 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-/// JSON in one line. Texts from the other side may hold any bytes: what is not UTF-8 becomes U+FFFD.
+/// JSON in one line. Texts from the other side may hold any bytes: what is not UTF-8 becomes
+/// U+FFFD.
 template <typename Json>
 std::string jsonText(const Json &value)
 {

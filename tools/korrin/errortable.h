@@ -3,8 +3,7 @@
 #include <vector>
 
 /// What an error number means to a person.
-struct ErrorDescription
-{
+struct ErrorDescription {
     int number;
     const char *text;
     const char *cause;

@@ -28,7 +28,7 @@ std::string currentTemporary; ///< what removeCurrent() removes
 class Descriptor
 {
 public:
-    explicit Descriptor(int number) : number(number) {}
+    explicit Descriptor(int number) : number(number) { }
     ~Descriptor()
     {
         if (number > STDERR_FILENO)

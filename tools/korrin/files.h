@@ -29,6 +29,6 @@ public:
 
 private:
     std::string target;
-    mode_t mode = 0; ///< that the target gets
+    mode_t mode = 0;  ///< that the target gets
     std::string name; ///< empty when there is nothing to remove
 };

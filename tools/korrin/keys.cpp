@@ -70,16 +70,16 @@ const std::vector<Key> &allKeys()
 const Key *findKey(const std::string &name)
 {
     const auto &keys = allKeys();
-    const auto found = std::find_if(keys.begin(), keys.end(),
-                                    [&](const Key &key) { return name == key.name; });
+    const auto found =
+        std::find_if(keys.begin(), keys.end(), [&](const Key &key) { return name == key.name; });
     return found == keys.end() ? nullptr : &*found;
 }
 
 const Key &nearestKey(const std::string &name)
 {
     const auto &keys = allKeys();
-    const auto end = std::find_if(keys.begin(), keys.end(),
-                                  [](const Key &key) { return !key.settable; });
+    const auto end =
+        std::find_if(keys.begin(), keys.end(), [](const Key &key) { return !key.settable; });
     return *std::min_element(keys.begin(), end, [&](const Key &a, const Key &b) {
         return distance(name, a.name) < distance(name, b.name);
     });

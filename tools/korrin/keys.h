@@ -4,8 +4,7 @@
 #include <vector>
 
 /// One parameter of a handle.
-struct Key
-{
+struct Key {
     const char *name;
     bool settable; ///< by the host; else a result that the library sets
     const char *unit;

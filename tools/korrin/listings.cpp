@@ -43,8 +43,9 @@ int printErrors(int number)
     }
     const ErrorDescription *error = findError(number);
     if (!error)
-        throw Failure(EXIT_USAGE, "there is no error " + std::to_string(number)
-                                      + "; 'korrin errors' lists all");
+        throw Failure(EXIT_USAGE,
+                      "there is no error " + std::to_string(number)
+                          + "; 'korrin errors' lists all");
     print(*error);
     return EXIT_FINE;
 }

@@ -67,7 +67,8 @@ void Mask::add(const std::string &secret)
 std::string Mask::hidden(const std::string &text) const
 {
     static const std::regex userInfo("(//[^/@:\\s]*:)[^/\\s]*@");
-    static const std::regex secretLine("(\\(aws_secret_access_key\\) ?|aws_secret_access_key:)[^\"]*");
+    static const std::regex secretLine(
+        "(\\(aws_secret_access_key\\) ?|aws_secret_access_key:)[^\"]*");
     std::string result = text;
     for (const std::string &secret : secrets)
         replaceAll(result, secret);

@@ -17,10 +17,10 @@ namespace
 {
 
 /// The open library and a handle with the parameters.
-class Session
+class DeviceHandle
 {
 public:
-    explicit Session(const Parameters &parameters)
+    explicit DeviceHandle(const Parameters &parameters)
     {
         korrinOpen();
         handle = korrinCreateHandle();
@@ -31,9 +31,9 @@ public:
         for (const auto &[key, value] : parameters)
             korrinSetParameter(handle, key.c_str(), toLatin1(value, key).c_str());
     }
-    ~Session() { korrinClose(); }
-    Session(const Session &) = delete;
-    Session &operator=(const Session &) = delete;
+    ~DeviceHandle() { korrinClose(); }
+    DeviceHandle(const DeviceHandle &) = delete;
+    DeviceHandle &operator=(const DeviceHandle &) = delete;
 
     void *get() const { return handle; }
     std::string value(const char *key) const { return korrinGetParameter(handle, key); }
@@ -42,38 +42,38 @@ private:
     void *handle = nullptr;
 };
 
-std::string dataToSend(const Options &options, const Session &session)
+std::string dataToSend(const Options &options, const DeviceHandle &device)
 {
     if (options.text == "-")
         return contentsOf("-");
     // The library takes a log for Latin-1 text, anything else for bytes.
-    const bool isText = session.value(KORRIN_KEY_MODE) == KORRIN_MODE_UPDATE;
+    const bool isText = device.value(KORRIN_KEY_MODE) == KORRIN_MODE_UPDATE;
     return isText ? toLatin1(options.text, "the text") : options.text;
 }
 
-bool send(const Options &options, const Session &session)
+bool send(const Options &options, const DeviceHandle &device)
 {
-    const std::string data = dataToSend(options, session);
+    const std::string data = dataToSend(options, device);
     if (data.size() > INT_MAX)
         throw Failure(EXIT_USAGE, "the text is longer than 2 GiB");
-    return korrinSendData(session.get(), data.data(), static_cast<int>(data.size())) == 1;
+    return korrinSendData(device.get(), data.data(), static_cast<int>(data.size())) == 1;
 }
 
-bool receive(const Session &session, Outcome &outcome)
+bool receive(const DeviceHandle &device, Outcome &outcome)
 {
     const char *data = nullptr;
     int size = 0;
-    const bool done = korrinRecvData(session.get(), &data, &size) == 1;
+    const bool done = korrinRecvData(device.get(), &data, &size) == 1;
     if (data)
         outcome.data.assign(data, static_cast<size_t>(size));
     return done;
 }
 
-bool receiveFile(const Options &options, const Session &session, Outcome &outcome)
+bool receiveFile(const Options &options, const DeviceHandle &device, Outcome &outcome)
 {
     TemporaryFile file(options.path);
     const std::string path = toLatin1(file.path(), "the path");
-    if (korrinRecvFile(session.get(), path.c_str()) != 1)
+    if (korrinRecvFile(device.get(), path.c_str()) != 1)
         return false;
     outcome.sha256 = sha256Of(file.path());
     std::string wanted = options.sha256;
@@ -87,21 +87,21 @@ bool receiveFile(const Options &options, const Session &session, Outcome &outcom
     return true;
 }
 
-bool perform(const Options &options, const Session &session, Outcome &outcome)
+bool perform(const Options &options, const DeviceHandle &device, Outcome &outcome)
 {
-    if (options.checkFirst && korrinCheckEnable(session.get()) != 1)
+    if (options.checkFirst && korrinCheckEnable(device.get()) != 1)
         return false;
     switch (options.command) {
     case Command::Check:
-        return korrinCheckEnable(session.get()) == 1;
+        return korrinCheckEnable(device.get()) == 1;
     case Command::Send:
-        return send(options, session);
+        return send(options, device);
     case Command::SendFile:
-        return korrinSendFile(session.get(), toLatin1(options.path, "the path").c_str()) == 1;
+        return korrinSendFile(device.get(), toLatin1(options.path, "the path").c_str()) == 1;
     case Command::Recv:
-        return receive(session, outcome);
+        return receive(device, outcome);
     default:
-        return receiveFile(options, session, outcome);
+        return receiveFile(options, device, outcome);
     }
 }
 
@@ -133,7 +133,7 @@ int Outcome::exitStatus(const Options &options) const
 Outcome runOperation(const Options &options, const Parameters &parameters, Messages &messages)
 {
     korrinEnableDebugOutput(options.trace);
-    const Session session(parameters);
+    const DeviceHandle device(parameters);
     const bool transfers = options.command != Command::Check;
     if (transfers && !options.quiet && isatty(STDERR_FILENO)) {
         korrinEnableDebugOutput(1);
@@ -144,7 +144,7 @@ Outcome runOperation(const Options &options, const Parameters &parameters, Messa
     Outcome outcome;
     const auto start = std::chrono::steady_clock::now();
     try {
-        outcome.succeeded = perform(options, session, outcome);
+        outcome.succeeded = perform(options, device, outcome);
     } catch (const Failure &failure) {
         outcome.problem = failure.what();
         outcome.problemStatus = failure.status;
@@ -156,9 +156,10 @@ Outcome runOperation(const Options &options, const Parameters &parameters, Messa
     outcome.durationMs = duration.count();
     for (const Key &key : allKeys()) {
         if (!key.settable)
-            outcome.results[key.name] = session.value(key.name);
+            outcome.results[key.name] = device.value(key.name);
     }
     outcome.nothingNew = outcome.succeeded
-        && !isNewerVersion(outcome.results[KORRIN_KEY_NEW_SOFT_VER], session.value(KORRIN_KEY_SOFT_VER));
+        && !isNewerVersion(outcome.results[KORRIN_KEY_NEW_SOFT_VER],
+                           device.value(KORRIN_KEY_SOFT_VER));
     return outcome;
 }

@@ -8,8 +8,7 @@
 #include <string>
 
 /// What came of an operation.
-struct Outcome
-{
+struct Outcome {
     bool succeeded = false;
     double durationMs = 0;
     std::map<std::string, std::string> results; ///< of all result keys

@@ -44,13 +44,15 @@ CLI::App *addOperation(CLI::App &app, Options &options, Command command, const s
                        const std::string &description)
 {
     CLI::App *added = addCommand(app, options, command, name, description);
-    added->add_option("-p,--param", options.parameters,
-                      "Set a parameter; may be repeated (see 'korrin params')")
+    added
+        ->add_option("-p,--param", options.parameters,
+                     "Set a parameter; may be repeated (see 'korrin params')")
         ->type_name("KEY=VALUE")
         ->take_all()
         ->allow_extra_args(false);
-    added->add_option("--config", options.configFile,
-                      "File with lines 'key = value' and comments after #; -p wins")
+    added
+        ->add_option("--config", options.configFile,
+                     "File with lines 'key = value' and comments after #; -p wins")
         ->type_name("FILE");
     added->add_flag("--json", options.json, "Print the outcome as one JSON object");
     added->add_flag("--trace", options.trace, "Print the library's debug messages");
@@ -70,8 +72,8 @@ void addOperations(CLI::App &app, Options &options)
         ->add_option("PATH", options.path, "The file")
         ->required();
 
-    CLI::App *recv = addOperation(app, options, Command::Recv, "recv",
-                                  "Receive to standard output");
+    CLI::App *recv =
+        addOperation(app, options, Command::Recv, "recv", "Receive to standard output");
     CLI::App *recvFile = addOperation(app, options, Command::RecvFile, "recv-file",
                                       "Receive to a file, which is replaced when all is well");
     recvFile->add_option("PATH", options.path, "The file")->required();

@@ -6,8 +6,7 @@
 enum class Command { Check, Send, SendFile, Recv, RecvFile, Version, Params, Errors };
 
 /// What the command line asks for.
-struct Options
-{
+struct Options {
     Command command = Command::Version;
     std::string commandName;
 

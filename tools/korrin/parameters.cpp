@@ -33,8 +33,9 @@ void requireSettable(const std::string &name)
 {
     const Key *key = findKey(name);
     if (!key) {
-        throw Failure(EXIT_USAGE, "unknown parameter \"" + name + "\"; did you mean \""
-                                      + nearestKey(name).name + "\"?");
+        throw Failure(EXIT_USAGE,
+                      "unknown parameter \"" + name + "\"; did you mean \"" + nearestKey(name).name
+                          + "\"?");
     }
     if (!key->settable)
         throw Failure(EXIT_USAGE, "parameter \"" + name + "\" is a result and cannot be set");

@@ -54,7 +54,8 @@ void Progress::take(const std::string &message)
     long long done = 0;
     long long total = 0;
     // Qt sends 0/0 when an upload's answer arrives.
-    if (std::sscanf(message.c_str() + head.size(), "%lld/%lld byte", &done, &total) == 2 && done > 0)
+    if (std::sscanf(message.c_str() + head.size(), "%lld/%lld byte", &done, &total) == 2
+        && done > 0)
         draw(done, done > total ? 0 : total);
 }
 

@@ -10,7 +10,7 @@ class Progress
 {
 public:
     /// @param sends  whether sent or received bytes are shown
-    explicit Progress(bool sends) : sends(sends) {}
+    explicit Progress(bool sends) : sends(sends) { }
 
     /// Takes a debug message; what is no progress is ignored.
     void take(const std::string &message);

@@ -78,8 +78,7 @@ bool endsInTornRecord(int fd, off_t size)
         return false;
     const off_t line = lastLineOf(fd, size);
     char begin[sizeof RECORD_BEGIN];
-    const auto length =
-        std::min(static_cast<size_t>(size - line), sizeof RECORD_BEGIN - 1);
+    const auto length = std::min(static_cast<size_t>(size - line), sizeof RECORD_BEGIN - 1);
     return readAllAt(fd, begin, length, line) == static_cast<ssize_t>(length)
         && std::memcmp(begin, RECORD_BEGIN, length) == 0;
 }
@@ -154,8 +153,8 @@ bool CloudLogFile::openForSending()
         fd = openRegularFile(path.constData(), O_RDONLY);
     if (fd < 0)
         return false;
-    const bool isTaken = uninterrupted([this] { return flock(fd, LOCK_EX | LOCK_NB); }) != 0
-        && errno == EWOULDBLOCK;
+    const bool isTaken =
+        uninterrupted([this] { return flock(fd, LOCK_EX | LOCK_NB); }) != 0 && errno == EWOULDBLOCK;
     // Whoever had the lock before may have put another file in its place.
     if (isTaken || !isSameFile(fd, path.constData()))
         return false;
@@ -234,17 +233,16 @@ bool CloudLogFile::finish()
     return lock.sync();
 }
 
-/// Lets what stands from @p offset on take the file's place, behind what an earlier, interrupted run
-/// has left in the temporary file.
+/// Lets what stands from @p offset on take the file's place, behind what an earlier, interrupted
+/// run has left in the temporary file.
 bool CloudLogFile::rewriteFrom(off_t offset, const DirectoryLock &lock)
 {
     const bool hasStale = exists(tempPath.constData());
-    const FileDescriptor stale(
-        hasStale ? openRegularFile(tempPath.constData(), O_RDWR | O_APPEND) : -1);
+    const FileDescriptor stale(hasStale ? openRegularFile(tempPath.constData(), O_RDWR | O_APPEND)
+                                        : -1);
     const char *const restPath = (hasStale ? secondTempPath : tempPath).constData();
-    const FileDescriptor rest(hasStale && !stale.isOpen()
-                                  ? -1
-                                  : openRegularFile(restPath, O_WRONLY | O_CREAT | O_TRUNC));
+    const FileDescriptor rest(
+        hasStale && !stale.isOpen() ? -1 : openRegularFile(restPath, O_WRONLY | O_CREAT | O_TRUNC));
     if (!rest.isOpen()) {
         unmark();
         return false;

@@ -9,11 +9,11 @@
 
 class DirectoryLock;
 
-/// The file with the cloud log's kept records, a record a line. What a call has kept survives a kill
-/// and a loss of power, and several threads and processes may use the same file.
+/// The file with the cloud log's kept records, a record a line. What a call has kept survives a
+/// kill and a loss of power, and several threads and processes may use the same file.
 ///
-/// Appending and the exchange of files happen under a lock on the directory, sending under a lock on
-/// the file, which only one at a time has; both end with the process. A record that went out is
+/// Appending and the exchange of files happen under a lock on the directory, sending under a lock
+/// on the file, which only one at a time has; both end with the process. A record that went out is
 /// marked by a NUL byte at its line's beginning, so that a kill does not let it go out again.
 /// Nothing is reported but success: the log is best effort (docs/decisions/0008, 0016).
 class CloudLogFile
@@ -25,8 +25,8 @@ public:
     ~CloudLogFile();
     Q_DISABLE_COPY(CloudLogFile)
 
-    /// Appends a record and its line break, and syncs them. @param maxSizeBytes  of the file with the
-    /// record, without this line break; negative: no limit
+    /// Appends a record and its line break, and syncs them. @param maxSizeBytes  of the file with
+    /// the record, without this line break; negative: no limit
     bool append(const QByteArray &record, qint64 maxSizeBytes);
 
     /// Opens the file to send what it holds. False when there is none, or another thread or process
@@ -43,8 +43,7 @@ public:
     bool finish();
 
 private:
-    struct Mark
-    {
+    struct Mark {
         off_t offset;
         char original;
     };
@@ -63,10 +62,10 @@ private:
 
     int fd = -1;
     bool canMark = false;
-    QByteArray buffer;       ///< read from the file, not yet taken
-    off_t position = 0;      ///< in the file, of the buffer's first byte
-    off_t recordOffset = 0;  ///< of the record read last
-    char recordStart = 0;    ///< its first byte
+    QByteArray buffer;      ///< read from the file, not yet taken
+    off_t position = 0;     ///< in the file, of the buffer's first byte
+    off_t recordOffset = 0; ///< of the record read last
+    char recordStart = 0;   ///< its first byte
     QVector<Mark> marks;
 };
 

@@ -41,8 +41,7 @@ DirectoryLock::DirectoryLock(const char *path)
 
 bool DirectoryLock::sync() const
 {
-    return directory.isOpen()
-        && uninterrupted([this] { return fsync(directory.get()); }) == 0;
+    return directory.isOpen() && uninterrupted([this] { return fsync(directory.get()); }) == 0;
 }
 
 int openRegularFile(const char *path, int flags)
@@ -74,9 +73,8 @@ ssize_t readAllAt(int fd, char *out, size_t size, off_t offset)
 {
     size_t done = 0;
     while (done < size) {
-        const ssize_t got = uninterrupted([=] {
-            return pread(fd, out + done, size - done, offset + static_cast<off_t>(done));
-        });
+        const ssize_t got = uninterrupted(
+            [=] { return pread(fd, out + done, size - done, offset + static_cast<off_t>(done)); });
         if (got < 0)
             return -1;
         if (got == 0)

@@ -21,7 +21,7 @@ auto uninterrupted(Call call)
 class FileDescriptor
 {
 public:
-    explicit FileDescriptor(int number) : number(number) {}
+    explicit FileDescriptor(int number) : number(number) { }
     ~FileDescriptor();
     FileDescriptor(const FileDescriptor &) = delete;
     FileDescriptor &operator=(const FileDescriptor &) = delete;
@@ -33,8 +33,8 @@ private:
     const int number;
 };
 
-/// A lock on a directory that ends with the object, at the latest with the process. It is waited for
-/// only for a while: a process that stands still must not hold up all others.
+/// A lock on a directory that ends with the object, at the latest with the process. It is waited
+/// for only for a while: a process that stands still must not hold up all others.
 class DirectoryLock
 {
 public:

@@ -36,7 +36,7 @@ public:
     QString errorMessage;   ///< why the last parse failed; empty when it succeeded
 
 private:
-    int depth = 0; ///< of the elements that are open
+    int depth = 0;                       ///< of the elements that are open
     const char *lowestAddress = nullptr; ///< that the stack may grow to
 };
 

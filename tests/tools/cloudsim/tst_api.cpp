@@ -113,8 +113,9 @@ void tst_Api::info()
     QCOMPARE(seen.value(QLatin1String("exchanges")).toInt(), 1);
     QCOMPARE(seen.value(QLatin1String("devices")).toInt(), 1);
     QCOMPARE(seen.value(QLatin1String("cloud_log")).toInt(), 0);
-    QVERIFY(QDateTime::fromString(seen.value(QLatin1String("started")).toString(), Qt::ISODateWithMs)
-                .isValid());
+    QVERIFY(
+        QDateTime::fromString(seen.value(QLatin1String("started")).toString(), Qt::ISODateWithMs)
+            .isValid());
 }
 
 void tst_Api::exchangesAreFiltered_data()
@@ -179,7 +180,8 @@ void tst_Api::wrongNumbers()
     int status = 0;
     const QJsonObject answer = simulator.api("GET", path, QByteArray(), &status);
     QCOMPARE(status, 400);
-    QVERIFY(answer.value(QLatin1String("error")).toString().contains(QLatin1String("whole number")));
+    QVERIFY(
+        answer.value(QLatin1String("error")).toString().contains(QLatin1String("whole number")));
 }
 
 void tst_Api::unknownThings_data()
@@ -219,14 +221,17 @@ void tst_Api::oneExchangeByteForByte()
     QCOMPARE(seen.value(QLatin1String("request_bytes")).toInt(), int(request.size()));
     QCOMPARE(seen.value(QLatin1String("answer_bytes")).toInt(), int(answer.size()));
     QCOMPARE(seen.value(QLatin1String("product")).toString(), QStringLiteral("a b+c"));
-    QCOMPARE(QJsonDocument(seen.value(QLatin1String("items")).toArray()).toJson(QJsonDocument::Compact),
-             QByteArray(R"([["is","chkud"],["lang","en"],["pn","a b+c"],["sv","1"],["x",""],["","y"]])"));
+    QCOMPARE(
+        QJsonDocument(seen.value(QLatin1String("items")).toArray()).toJson(QJsonDocument::Compact),
+        QByteArray(
+            R"([["is","chkud"],["lang","en"],["pn","a b+c"],["sv","1"],["x",""],["","y"]])"));
 }
 
 void tst_Api::chunkedRequestIsKeptAsItCame()
 {
-    const QByteArray request = "POST /su/upload HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\n"
-                               "\r\n8\r\nis=udlog\r\n10\r\n&pn=KX-100&data=\r\n2\r\nhi\r\n0\r\n\r\n";
+    const QByteArray request =
+        "POST /su/upload HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\n"
+        "\r\n8\r\nis=udlog\r\n10\r\n&pn=KX-100&data=\r\n2\r\nhi\r\n0\r\n\r\n";
     const auto socket = connectTo(simulator);
     QVERIFY(talk(*socket, request, "</response>").contains("<status>1</status>"));
     QCOMPARE(bytesOf("request"), request);
@@ -301,8 +306,10 @@ void tst_Api::malformedRequestsAreKept()
 
 void tst_Api::hostileBytesMakeValidJson()
 {
-    curl({"-A", "\x01\xc3\x28", simulator.url() + "su/search?is=%00%01%22%5C&pn=%C3%28%FF%3C&sv=1"});
-    curl({"-d", "is=cloudlog&pn=%FF&ed=%22%0A&pr=http_proxy:%FE,broken", simulator.url() + "su/upload"});
+    curl(
+        {"-A", "\x01\xc3\x28", simulator.url() + "su/search?is=%00%01%22%5C&pn=%C3%28%FF%3C&sv=1"});
+    curl({"-d", "is=cloudlog&pn=%FF&ed=%22%0A&pr=http_proxy:%FE,broken",
+          simulator.url() + "su/upload"});
     for (const char *what : {"exchanges", "devices", "cloudlog", "reports"}) {
         const CurlResult answer = curl({simulator.url() + "_sim/api/" + what});
         QCOMPARE(answer.status, 200);
@@ -331,7 +338,8 @@ void tst_Api::catalogueHidesSecrets()
 
 void tst_Api::cloudLogIsFiltered()
 {
-    for (const char *record : {"is=cloudlog&pn=A&fn=korrinSendData&en=0", "is=cloudlog&pn=B&en=305&ed=late"})
+    for (const char *record :
+         {"is=cloudlog&pn=A&fn=korrinSendData&en=0", "is=cloudlog&pn=B&en=305&ed=late"})
         curl({"-d", record, simulator.url() + "su/upload"});
     const auto count = [this](const QByteArray &query) {
         return simulator.api("cloudlog?" + query).value(QLatin1String("records")).toArray().size();
@@ -371,8 +379,8 @@ void tst_Api::wrongRulesAreRefused_data()
     QTest::newRow("no object") << QByteArray("[]") << QByteArray("object");
     QTest::newRow("no fault") << QByteArray("{}") << QByteArray("\"fault\" is missing");
     QTest::newRow("unknown fault") << QByteArray(R"({"fault":"slow"})") << QByteArray("slow");
-    QTest::newRow("missing value") << QByteArray(R"({"fault":"status"})")
-                                   << QByteArray("\"code\" is missing");
+    QTest::newRow("missing value")
+        << QByteArray(R"({"fault":"status"})") << QByteArray("\"code\" is missing");
     QTest::newRow("value of another fault")
         << QByteArray(R"({"fault":"close","ms":1})") << QByteArray("\"ms\"");
     QTest::newRow("value out of range")
@@ -381,8 +389,8 @@ void tst_Api::wrongRulesAreRefused_data()
         << QByteArray(R"({"fault":"close","match":{"host":"x"}})") << QByteArray("\"host\"");
     QTest::newRow("every and next")
         << QByteArray(R"({"fault":"close","match":{"every":2,"next":2}})") << QByteArray("one of");
-    QTest::newRow("probability")
-        << QByteArray(R"({"fault":"close","match":{"probability":2}})") << QByteArray("probability");
+    QTest::newRow("probability") << QByteArray(R"({"fault":"close","match":{"probability":2}})")
+                                 << QByteArray("probability");
 }
 
 void tst_Api::wrongRulesAreRefused()
@@ -398,7 +406,8 @@ void tst_Api::wrongRulesAreRefused()
 
 void tst_Api::changesNeedJson()
 {
-    const CurlResult form = curl({"-d", R"({"fault":"close"})", simulator.url() + "_sim/api/faults"});
+    const CurlResult form =
+        curl({"-d", R"({"fault":"close"})", simulator.url() + "_sim/api/faults"});
     QCOMPARE(form.status, 415);
     QVERIFY(simulator.api("faults").value(QLatin1String("faults")).toArray().isEmpty());
 }

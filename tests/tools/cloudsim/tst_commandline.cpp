@@ -20,8 +20,7 @@ using namespace korrintest;
 namespace
 {
 
-struct Run
-{
+struct Run {
     int exitStatus = -1;
     QByteArray out;
     QByteArray err;
@@ -160,12 +159,14 @@ void tst_CommandLine::wrongConfiguration_data()
     QTest::addColumn<QByteArray>("complaint");
     QTest::newRow("no JSON") << QByteArray("{\n  \"products\": [\n    oops\n  ]\n}")
                              << QByteArray("3: ");
-    QTest::newRow("empty") << QByteArray() << QByteArray(" the file cannot be read, or it is empty");
-    QTest::newRow("no object") << QByteArray("[]") << QByteArray("1: the configuration must be an object");
+    QTest::newRow("empty") << QByteArray()
+                           << QByteArray(" the file cannot be read, or it is empty");
+    QTest::newRow("no object") << QByteArray("[]")
+                               << QByteArray("1: the configuration must be an object");
     QTest::newRow("unknown key") << QByteArray("{\n\"product\": []\n}")
                                  << QByteArray("2: unknown key \"product\"");
-    QTest::newRow("the same key twice") << QByteArray("{\"faults\": [],\n\"faults\": []}")
-                                        << QByteArray("2: ");
+    QTest::newRow("the same key twice")
+        << QByteArray("{\"faults\": [],\n\"faults\": []}") << QByteArray("2: ");
     QTest::newRow("product without version")
         << QByteArray("{\"products\": [\n{\"number\": \"A\"}\n]}")
         << QByteArray("2: \"version\" is missing");
@@ -177,19 +178,19 @@ void tst_CommandLine::wrongConfiguration_data()
         << QByteArray("{\"products\": [{\"number\": \"A\", \"version\": \"1\",\n\"files\": {\n"
                       "\"1\": {\"size\": 1, \"path\": \"x\"}}}]}")
         << QByteArray("3: a file has either a \"size\" or a \"path\"");
-    QTest::newRow("absent file")
-        << QByteArray("{\"products\": [{\"number\": \"A\", \"version\": \"1\",\n\"files\": {\n"
-                      "\"1\": {\n\"path\": \"absent.bin\"}}}]}")
-        << QByteArray("4: cannot read the file ");
+    QTest::newRow("absent file") << QByteArray(
+        "{\"products\": [{\"number\": \"A\", \"version\": \"1\",\n\"files\": {\n"
+        "\"1\": {\n\"path\": \"absent.bin\"}}}]}")
+                                 << QByteArray("4: cannot read the file ");
     QTest::newRow("negative size")
         << QByteArray("{\"products\": [{\"number\": \"A\", \"version\": \"1\",\n\"files\": {\n"
                       "\"1\": {\"name\": \"a\",\n\"size\": -1}}}]}")
         << QByteArray("4: \"size\" must be a number of bytes");
     QTest::newRow("bucket name") << QByteArray("{\"s3\": {\"buckets\": [\"ok-1\",\n\"Not/OK\"]}}")
                                  << QByteArray("2: a bucket's name");
-    QTest::newRow("wrong rule")
-        << QByteArray("{\"faults\": [\n{\"fault\": \"close\"},\n{\"fault\": \"slow\"}]}")
-        << QByteArray("3: unknown fault \"slow\"");
+    QTest::newRow("wrong rule") << QByteArray(
+        "{\"faults\": [\n{\"fault\": \"close\"},\n{\"fault\": \"slow\"}]}")
+                                << QByteArray("3: unknown fault \"slow\"");
 }
 
 void tst_CommandLine::wrongConfiguration()
@@ -257,15 +258,17 @@ void tst_CommandLine::tls()
 {
     QProcess openssl;
     openssl.setWorkingDirectory(directory.path());
-    openssl.start(QStringLiteral("openssl"),
-                  words(QStringLiteral("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes"
-                                       " -keyout key.pem -out cert.pem -days 2 -subj /CN=localhost"
-                                       " -addext subjectAltName=IP:127.0.0.1")));
+    openssl.start(
+        QStringLiteral("openssl"),
+        words(QStringLiteral("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes"
+                             " -keyout key.pem -out cert.pem -days 2 -subj /CN=localhost"
+                             " -addext subjectAltName=IP:127.0.0.1")));
     QVERIFY(openssl.waitForFinished());
     QCOMPARE(openssl.exitCode(), 0);
     Simulator simulator;
-    QVERIFY(simulator.start({QStringLiteral("--tls-cert"), directory.filePath(QStringLiteral("cert.pem")),
-                             QStringLiteral("--tls-key"), directory.filePath(QStringLiteral("key.pem"))}));
+    QVERIFY(simulator.start(
+        {QStringLiteral("--tls-cert"), directory.filePath(QStringLiteral("cert.pem")),
+         QStringLiteral("--tls-key"), directory.filePath(QStringLiteral("key.pem"))}));
     QVERIFY(simulator.url().startsWith("https://127.0.0.1:"));
     const QByteArray search = simulator.url() + "su/search?is=chkud&pn=KX-100&sv=1.0";
     const QByteArray certificate = directory.filePath(QStringLiteral("cert.pem")).toLocal8Bit();
@@ -284,8 +287,8 @@ void tst_CommandLine::tls()
 void tst_CommandLine::tlsFilesThatDoNotFit()
 {
     write(QStringLiteral("no.pem"), "no certificate");
-    const Run result = run(words(QStringLiteral("--port 0 --tls-cert no.pem --tls-key no.pem")),
-                           directory.path());
+    const Run result =
+        run(words(QStringLiteral("--port 0 --tls-cert no.pem --tls-key no.pem")), directory.path());
     QCOMPARE(result.exitStatus, 1);
     QVERIFY2(result.err.contains("TLS certificate no.pem"), result.err.constData());
 }
@@ -330,8 +333,8 @@ void tst_CommandLine::dataDirectoryThatIsAbsent()
 void tst_CommandLine::logLine()
 {
     Simulator simulator;
-    QVERIFY(simulator.start({QStringLiteral("--log"), QStringLiteral("--fault"),
-                             QStringLiteral("space,is=chkud")}));
+    QVERIFY(simulator.start(
+        {QStringLiteral("--log"), QStringLiteral("--fault"), QStringLiteral("space,is=chkud")}));
     curl({simulator.url() + "su/search?is=chkud&pn=a%0Ab&sv=1.0"});
     QByteArray line;
     QVERIFY(QTest::qWaitFor([&] {
@@ -354,12 +357,15 @@ void tst_CommandLine::faultCommands()
     };
     const Run added = fault({QStringLiteral("add"), QStringLiteral("status:503,is=chkud")});
     QCOMPARE(added.exitStatus, 0);
-    QCOMPARE(added.out, QByteArray("1  on   status {\"code\":503} where {\"is\":\"chkud\"}, met 0\n"));
+    QCOMPARE(added.out,
+             QByteArray("1  on   status {\"code\":503} where {\"is\":\"chkud\"}, met 0\n"));
     fault({QStringLiteral("add"), QStringLiteral("close,path=/ra/*")});
     QCOMPARE(curl({simulator.url() + "su/search?is=chkud"}).status, 503);
-    QVERIFY(fault({QStringLiteral("disable"), QStringLiteral("1")}).out.startsWith("1  off  status"));
+    QVERIFY(
+        fault({QStringLiteral("disable"), QStringLiteral("1")}).out.startsWith("1  off  status"));
     QCOMPARE(curl({simulator.url() + "su/search?is=chkud"}).status, 200);
-    QVERIFY(fault({QStringLiteral("enable"), QStringLiteral("1")}).out.startsWith("1  on   status"));
+    QVERIFY(
+        fault({QStringLiteral("enable"), QStringLiteral("1")}).out.startsWith("1  on   status"));
     QCOMPARE(fault({QStringLiteral("list")}).out.count('\n'), 2);
     QCOMPARE(fault({QStringLiteral("remove"), QStringLiteral("1")}).exitStatus, 0);
     QVERIFY(fault({QStringLiteral("list")}).out.startsWith("2  on   close where"));
@@ -374,7 +380,8 @@ void tst_CommandLine::faultCommandsThatFail_data()
     QTest::addColumn<int>("exitStatus");
     QTest::addColumn<QByteArray>("message");
     QTest::newRow("unknown id") << "enable 7" << true << 1 << QByteArray("there is no such rule");
-    QTest::newRow("no id") << "remove x" << true << 1 << QByteArray("the id must be a whole number");
+    QTest::newRow("no id") << "remove x" << true << 1
+                           << QByteArray("the id must be a whole number");
     QTest::newRow("wrong rule") << "add slow" << true << 64 << QByteArray("unknown fault \"slow\"");
     QTest::newRow("nobody there") << "list" << false << 1 << QByteArray("does not answer");
 }
@@ -387,8 +394,8 @@ void tst_CommandLine::faultCommandsThatFail()
     QFETCH(QByteArray, message);
     Simulator simulator;
     QVERIFY(simulator.start());
-    const QString url = answers ? QString::fromLatin1(simulator.url())
-                                : QStringLiteral("http://127.0.0.1:1/");
+    const QString url =
+        answers ? QString::fromLatin1(simulator.url()) : QStringLiteral("http://127.0.0.1:1/");
     const Run result = run(QStringList{QStringLiteral("fault")} + words(arguments)
                            + QStringList{QStringLiteral("--url"), url});
     QCOMPARE(result.exitStatus, exitStatus);
@@ -410,16 +417,20 @@ void tst_CommandLine::signalsEndIt()
     QFETCH(int, signal);
     QFETCH(bool, busy);
     Simulator simulator;
-    QVERIFY(simulator.start({QStringLiteral("--fault"), QStringLiteral("stall,path=/su/search"),
-                             QStringLiteral("--fault"), QStringLiteral("drip:10,path=/su/download")}));
+    QVERIFY(
+        simulator.start({QStringLiteral("--fault"), QStringLiteral("stall,path=/su/search"),
+                         QStringLiteral("--fault"), QStringLiteral("drip:10,path=/su/download")}));
     std::vector<std::unique_ptr<QTcpSocket>> clients;
     if (busy) {
         for (int i = 0; i < 50; ++i)
-            clients.push_back(client(simulator.url(), "GET /su/search HTTP/1.1\r\nHost: a\r\n\r\n"));
-        clients.push_back(client(simulator.url(), "GET /su/download?is=dludf&file=kx-100-2.0.bin"
-                                                  " HTTP/1.1\r\nHost: a\r\n\r\n"));
+            clients.push_back(
+                client(simulator.url(), "GET /su/search HTTP/1.1\r\nHost: a\r\n\r\n"));
+        clients.push_back(client(simulator.url(),
+                                 "GET /su/download?is=dludf&file=kx-100-2.0.bin"
+                                 " HTTP/1.1\r\nHost: a\r\n\r\n"));
         clients.push_back(client(simulator.url(), "POST /su/upload HTTP/1.1\r\nContent-Le"));
-        clients.push_back(client(simulator.url(), "GET /_sim/api/events HTTP/1.1\r\nHost: a\r\n\r\n"));
+        clients.push_back(
+            client(simulator.url(), "GET /_sim/api/events HTTP/1.1\r\nHost: a\r\n\r\n"));
         clients.push_back(client(simulator.url(), ""));
         QTRY_COMPARE(simulator.api("info").value(QLatin1String("exchanges")).toInt(), 51);
     }

@@ -126,7 +126,8 @@ void tst_Parts::ruleHasTheSameMeaningInBothForms_data()
     add("close,path=/su/*,is=chkud,product=12,every=3",
         R"({"fault":"close","match":{"path":"/su/*","is":"chkud","product":"12","every":3}})");
     add("close,next=2", R"({"fault":"close","match":{"next":2}})");
-    add("close,probability=0.5,seed=9", R"({"fault":"close","match":{"probability":0.5,"seed":9}})");
+    add("close,probability=0.5,seed=9",
+        R"({"fault":"close","match":{"probability":0.5,"seed":9}})");
 }
 
 void tst_Parts::ruleHasTheSameMeaningInBothForms()
@@ -262,7 +263,8 @@ void tst_Parts::queryItems()
 void tst_Parts::settingsAreTakenApart()
 {
     const std::string summary =
-        "http_proxy:http://u:p@h:1,x,https_proxy:,server_url:http://a/,recv_timeout:5,language_code:,"
+        "http_proxy:http://u:p@h:1,x,https_proxy:,server_url:http://a/"
+        ",recv_timeout:5,language_code:,"
         "product_name:a,result:b,result:1,soft_ver:2.0,send_data_type:,download_file_path:,"
         "cloud_log_file_save_dir:/x,cloud_log_file_max_size:100";
     const nlohmann::json settings = settingsFromSummary(summary);
@@ -332,9 +334,13 @@ void tst_Parts::paddedBody()
 void tst_Parts::base64()
 {
     // RFC 4648, section 10.
-    const std::vector<std::pair<std::string, std::string>> vectors = {
-        {"", ""},         {"f", "Zg=="},         {"fo", "Zm8="},        {"foo", "Zm9v"},
-        {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}};
+    const std::vector<std::pair<std::string, std::string>> vectors = {{"", ""},
+                                                                      {"f", "Zg=="},
+                                                                      {"fo", "Zm8="},
+                                                                      {"foo", "Zm9v"},
+                                                                      {"foob", "Zm9vYg=="},
+                                                                      {"fooba", "Zm9vYmE="},
+                                                                      {"foobar", "Zm9vYmFy"}};
     for (const auto &[bytes, text] : vectors)
         QCOMPARE(toBase64(bytes), text);
     QCOMPARE(toBase64(std::string("\xff\xfe\0", 3)), std::string("//4A"));

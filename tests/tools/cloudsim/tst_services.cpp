@@ -244,7 +244,8 @@ void tst_Services::cloudLogIsDecoded()
     QCOMPARE(record.value(QLatin1String("product")).toString(), QStringLiteral("KX-999"));
     QCOMPARE(record.value(QLatin1String("language")).toString(), QStringLiteral("en"));
     QCOMPARE(record.value(QLatin1String("mode")).toString(), QStringLiteral("update"));
-    QCOMPARE(record.value(QLatin1String("function")).toString(), QStringLiteral("korrinCheckEnable"));
+    QCOMPARE(record.value(QLatin1String("function")).toString(),
+             QStringLiteral("korrinCheckEnable"));
     QCOMPARE(record.value(QLatin1String("arguments")).toString(), QStringLiteral("-"));
     QCOMPARE(record.value(QLatin1String("error")).toString(), QStringLiteral("203"));
     QCOMPARE(record.value(QLatin1String("detail")).toString(),
@@ -311,8 +312,8 @@ void tst_Services::uploadIsStored()
     QCOMPARE(file.write(bytes), qint64(bytes.size()));
     file.close();
 
-    Handle handle(device(simulator.url() + "kx-logs/day/" + (fromFile ? "" : "data.zip"),
-                         "s3_upload"));
+    Handle handle(
+        device(simulator.url() + "kx-logs/day/" + (fromFile ? "" : "data.zip"), "s3_upload"));
     handle.set("aws_access_key", "KORRINSIMACCESSKEY");
     handle.set("aws_secret_access_key", "korrin/sim+secret");
     QCOMPARE(fromFile ? handle.sendFile(file.fileName().toLocal8Bit()) : handle.sendData(bytes), 1);
@@ -370,10 +371,11 @@ void tst_Services::uploadWithAWrongKeyIsRefused()
     QCOMPARE(handle.errorNo(), QByteArray("303"));
     QCOMPARE(handle.errorText(), text);
     const int id = first("exchanges?limit=1", "exchanges").value(QLatin1String("id")).toInt();
-    const QByteArray answer = QByteArray::fromBase64(simulator.api("exchanges/" + QByteArray::number(id))
-                                                         .value(QLatin1String("answer"))
-                                                         .toString()
-                                                         .toLatin1());
+    const QByteArray answer =
+        QByteArray::fromBase64(simulator.api("exchanges/" + QByteArray::number(id))
+                                   .value(QLatin1String("answer"))
+                                   .toString()
+                                   .toLatin1());
     QVERIFY2(answer.contains("<Error><Code>" + code + "</Code>"), answer.constData());
 }
 
@@ -390,8 +392,7 @@ void tst_Services::otherMethodsAndPaths_data()
     QTest::newRow("unknown request") << QByteArray("GET") << QByteArray("su/search?is=x") << 200;
     QTest::newRow("absent object") << QByteArray("GET") << QByteArray("kx-logs/absent") << 404;
     QTest::newRow("DELETE of an object") << QByteArray("DELETE") << QByteArray("kx-logs/a") << 405;
-    QTest::newRow("absolute target")
-        << QByteArray("GET") << QByteArray("%2e%2e/etc/passwd") << 404;
+    QTest::newRow("absolute target") << QByteArray("GET") << QByteArray("%2e%2e/etc/passwd") << 404;
 }
 
 void tst_Services::otherMethodsAndPaths()

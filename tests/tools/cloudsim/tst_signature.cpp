@@ -152,8 +152,8 @@ void tst_Signature::wrongRequest_data()
     QTest::newRow("no date") << QList<QByteArray>{authorization("PUT\n\n\n\n/kx-logs/x")}
                              << QByteArray("AccessDenied");
     QTest::newRow("a date that is none") << signedAt("yesterday") << QByteArray("AccessDenied");
-    QTest::newRow("no authorization") << QList<QByteArray>{"Date: " + dateAt(0)}
-                                      << QByteArray("AccessDenied");
+    QTest::newRow("no authorization")
+        << QList<QByteArray>{"Date: " + dateAt(0)} << QByteArray("AccessDenied");
     QTest::newRow("another scheme")
         << QList<QByteArray>{"Date: " + dateAt(0), "Authorization: Basic eDp5"}
         << QByteArray("AccessDenied");
@@ -173,10 +173,11 @@ void tst_Signature::wrongRequest()
 void tst_Signature::wrongSignatureTellsWhatToSign()
 {
     const QByteArray date = dateAt(0);
-    const CurlResult result = put("kx-logs/x", {"Date: " + date, "Content-Type: a/b",
-                                                "Authorization: AWS " + ACCESS_KEY + ":wrong"});
-    QVERIFY(result.body.contains("<StringToSign>PUT\n\na/b\n" + date
-                                 + "\n/kx-logs/x</StringToSign>"));
+    const CurlResult result =
+        put("kx-logs/x",
+            {"Date: " + date, "Content-Type: a/b", "Authorization: AWS " + ACCESS_KEY + ":wrong"});
+    QVERIFY(
+        result.body.contains("<StringToSign>PUT\n\na/b\n" + date + "\n/kx-logs/x</StringToSign>"));
 }
 
 void tst_Signature::largeBodyWaitsForNothing()

@@ -113,8 +113,8 @@ void tst_Faults::faults_data()
     add("status:503", R"({"fault":"status","code":503})", "upload", false, "303");
     add("echo", R"({"fault":"echo"})", "check", false, "202");
     add("echo", R"({"fault":"echo"})", "send", false, "202");
-    add("refuse:77:Not today.", R"({"fault":"refuse","code":"77","message":"Not today."})",
-        "check", false, "203");
+    add("refuse:77:Not today.", R"({"fault":"refuse","code":"77","message":"Not today."})", "check",
+        false, "203");
     add("refuse:77:Not today.", R"({"fault":"refuse","code":"77","message":"Not today."})", "send",
         false, "203");
     add("refuse:SlowDown", R"({"fault":"refuse","code":"SlowDown"})", "upload", false, "303");
@@ -176,13 +176,12 @@ void tst_Faults::cutDownloadIsCutWhereTheRuleSays()
                                      .toArray()
                                      .at(0)
                                      .toObject();
-    const QByteArray answer =
-        QByteArray::fromBase64(simulator.api("exchanges/"
-                                             + QByteArray::number(
-                                                 exchange.value(QLatin1String("id")).toInt()))
-                                   .value(QLatin1String("answer"))
-                                   .toString()
-                                   .toLatin1());
+    const QByteArray answer = QByteArray::fromBase64(
+        simulator
+            .api("exchanges/" + QByteArray::number(exchange.value(QLatin1String("id")).toInt()))
+            .value(QLatin1String("answer"))
+            .toString()
+            .toLatin1());
     QCOMPARE(answer.size() - answer.indexOf("\r\n\r\n") - 4, 1000);
     QCOMPARE(exchange.value(QLatin1String("fault")).toString(), QStringLiteral("cut"));
 }

@@ -4,8 +4,8 @@
 #include <QProcess>
 #include <QTest>
 
-#include <pty.h>
 #include <csignal>
+#include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,7 +27,7 @@ ToolResult finish(QProcess &process, const QElapsedTimer &timer)
     }
     ToolResult result;
     result.exitStatus = process.exitStatus() == QProcess::NormalExit ? process.exitCode()
-                                                                      : 128 + process.exitCode();
+                                                                     : 128 + process.exitCode();
     result.out = process.readAllStandardOutput();
     result.err = process.readAllStandardError();
     result.elapsedMs = timer.elapsed();

@@ -9,8 +9,7 @@
 namespace korrintest
 {
 
-struct ToolResult
-{
+struct ToolResult {
     int exitStatus = -1; ///< 128 + signal when a signal ended it
     QByteArray out;
     QByteArray err;

@@ -19,8 +19,8 @@ const int TIMEOUT_MS = 30000;
 /// Posts a log record that names client and number. @return true when it was answered
 bool postRecord(QTcpSocket &socket, int client, int number)
 {
-    const QByteArray body = "is=cloudlog&lang=en&pn=P" + QByteArray::number(client) + "&fn="
-        + QByteArray::number(number) + "&en=0";
+    const QByteArray body = "is=cloudlog&lang=en&pn=P" + QByteArray::number(client)
+        + "&fn=" + QByteArray::number(number) + "&en=0";
     socket.write("POST /su/upload HTTP/1.1\r\nHost: localhost\r\nContent-Length: "
                  + QByteArray::number(body.size()) + "\r\n\r\n" + body);
     QByteArray answer;

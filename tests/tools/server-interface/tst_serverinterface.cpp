@@ -47,14 +47,15 @@ QByteArray shown(const QByteArray &message)
     const QByteArray body = message.mid(headEnd);
     const bool isText = body.startsWith("is=") || body.startsWith('<') || body.startsWith("Remote");
     if (body.isEmpty() || isText)
-        return "```http\n" + head + withoutTheMoment(body) + (body.isEmpty() || body.endsWith('\n') ? "" : "\n") + "```\n";
+        return "```http\n" + head + withoutTheMoment(body)
+            + (body.isEmpty() || body.endsWith('\n') ? "" : "\n") + "```\n";
     return "```http\n" + head + "(" + QByteArray::number(body.size()) + " bytes)\n```\n";
 }
 
 Parameters device(const QByteArray &url, const QByteArray &mode = "update")
 {
-    return {{"server_url", url},        {"mode", mode},         {"product_no", "KX-100"},
-            {"language_code", "en"},    {"soft_ver", "1.0"},    {"cloud_log_file_max_size", "0"}};
+    return {{"server_url", url},     {"mode", mode},      {"product_no", "KX-100"},
+            {"language_code", "en"}, {"soft_ver", "1.0"}, {"cloud_log_file_max_size", "0"}};
 }
 
 } // namespace
@@ -99,8 +100,8 @@ void tst_ServerInterface::compareNext(const QByteArray &name, const QString &is)
     const int id = newest.at(0).toObject().value(QLatin1String("id")).toInt();
     const QJsonObject exchange = simulator.api("exchanges/" + QByteArray::number(id));
     for (const char *direction : {"request", "answer"}) {
-        const QByteArray bytes = QByteArray::fromBase64(
-            exchange.value(QLatin1String(direction)).toString().toLatin1());
+        const QByteArray bytes =
+            QByteArray::fromBase64(exchange.value(QLatin1String(direction)).toString().toLatin1());
         const QByteArray part = name + ' ' + direction;
         const QByteArray difference = document.compare(part, shown(bytes));
         compared << part;
@@ -163,8 +164,8 @@ void tst_ServerInterface::exchanges_data()
         Handle handle(device(url + "kx-logs/", "s3_upload"));
         handle.set("aws_access_key", "KORRINSIMACCESSKEY");
         handle.set("aws_secret_access_key", "korrin/sim+secret");
-        return file.open(QIODevice::WriteOnly) && file.write("PK\3\4 and so on") > 0
-            && file.flush() && handle.sendFile(file.fileName().toLocal8Bit()) == 1;
+        return file.open(QIODevice::WriteOnly) && file.write("PK\3\4 and so on") > 0 && file.flush()
+            && handle.sendFile(file.fileName().toLocal8Bit()) == 1;
     });
     QTest::newRow("upload, refused") << "" << Call([](const QByteArray &url) {
         Handle handle(device(url + "kx-logs/log.zip", "s3_upload"));

@@ -7,8 +7,7 @@
 namespace korrintest
 {
 
-struct CurlResult
-{
+struct CurlResult {
     int exitStatus = -1; ///< of curl(1): 0 when an answer came, e.g. 52 for an empty one
     int status = 0;      ///< HTTP status of the last answer
     QByteArray head;     ///< of the last answer, without the empty line

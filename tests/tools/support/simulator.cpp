@@ -56,8 +56,8 @@ QJsonObject Simulator::api(const QByteArray &what)
     return api("GET", what, QByteArray());
 }
 
-QJsonObject Simulator::api(const QByteArray &method, const QByteArray &what,
-                           const QByteArray &body, int *status)
+QJsonObject Simulator::api(const QByteArray &method, const QByteArray &what, const QByteArray &body,
+                           int *status)
 {
     QList<QByteArray> arguments = {"-X", method, "-H", "Content-Type: application/json"};
     if (!body.isEmpty())
