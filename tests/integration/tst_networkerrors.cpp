@@ -368,6 +368,9 @@ void tst_NetworkErrors::unusualAnswer_data()
         << "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
             + QByteArray::number(body.size(), 16) + ";name=value\r\n" + body
             + "\r\n0\r\nX-Trailer: yes\r\n\r\n";
+    QTest::newRow("chunked, with another length")
+        << "HTTP/1.1 200 OK\r\nContent-Length: 9999\r\nTransfer-Encoding: chunked\r\n\r\n"
+            + QByteArray::number(body.size(), 16) + "\r\n" + body + "\r\n0\r\n\r\n";
     QTest::newRow("ends with the connection") << "HTTP/1.1 200 OK\r\n\r\n" + body;
     QTest::newRow("HTTP/1.0") << "HTTP/1.0 200 OK\r\n\r\n" + body;
     QTest::newRow("100 first") << "HTTP/1.1 100 Continue\r\n\r\n" + ok;

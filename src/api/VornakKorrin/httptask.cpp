@@ -337,10 +337,11 @@ void HttpTask::checkCompleteness()
 {
     if (error.number != errors::NONE && error.number != errors::CONTENT)
         return;
-    // Answers whose length says nothing of the bytes that arrive (RFC 9110, sections 8.6 and 15),
-    // and the one whose body Qt keeps to itself.
+    // Answers whose length says nothing of the bytes that arrive (RFC 9110, sections 8.6 and 15,
+    // RFC 9112, section 6.3), and the one whose body Qt keeps to itself.
     const int status = httpStatus();
-    if (status == 204 || status == 304 || status == 401 || reply->hasRawHeader("Content-Encoding"))
+    if (status == 204 || status == 304 || status == 401 || reply->hasRawHeader("Content-Encoding")
+        || reply->rawHeader("Transfer-Encoding").toLower().contains("chunked"))
         return;
     const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
     if (length.isValid() && receivedData.size() < length.toLongLong())
