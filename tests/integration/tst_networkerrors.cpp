@@ -63,6 +63,7 @@ private Q_SLOTS:
     void unusualAnswer();
     void encodedAnswerIsDecoded_data();
     void encodedAnswerIsDecoded();
+    void encodedAnswerIsDecodedHoweverFarItShrank();
     void keptAliveConnectionIsNotAwaited();
     void cookiesAreNotKept();
 
@@ -427,6 +428,20 @@ void tst_NetworkErrors::encodedAnswerIsDecoded()
     QCOMPARE(handle.recvData(&data), 1);
     QCOMPARE(data, QByteArray("<r><is>chkra</is><status>1</status></r>"));
     QVERIFY(server->requests().at(0).header("Accept-Encoding").contains(encoding));
+}
+
+void tst_NetworkErrors::encodedAnswerIsDecodedHoweverFarItShrank()
+{
+    const QByteArray content(20 * 1000 * 1000, 'x');
+    answerWith(
+        *server,
+        answer(200, "OK", "text/plain", qCompress(content).mid(4), {"Content-Encoding: deflate"}));
+    Handle handle(baseParameters(server->url(), "remote_access"));
+    QByteArray data;
+    const int result = handle.recvData(&data);
+    QCOMPARE(errorOf(handle), QByteArray("0||(data size):20000000"));
+    QCOMPARE(result, 1);
+    QVERIFY(data == content);
 }
 
 void tst_NetworkErrors::keptAliveConnectionIsNotAwaited()

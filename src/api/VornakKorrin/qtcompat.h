@@ -2,6 +2,7 @@
 #define KORRIN_QTCOMPAT_H
 
 #include <QNetworkAccessManager>
+#include <QNetworkRequest>
 
 /// What has to be written differently for Qt 5 and Qt 6.
 namespace qtcompat
@@ -17,6 +18,17 @@ inline void ignoreNetworkState(QNetworkAccessManager *manager)
     QT_WARNING_POP
 #else
     Q_UNUSED(manager)
+#endif
+}
+
+/// Lifts Qt 6's bound on how far an answer may grow when it is decompressed: a log or an image full
+/// of zeros is no attack, and Qt 5 takes it.
+inline void allowAnyCompression(QNetworkRequest *request)
+{
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    Q_UNUSED(request)
+#else
+    request->setDecompressedSafetyCheckThreshold(-1);
 #endif
 }
 
