@@ -83,6 +83,8 @@ private Q_SLOTS:
     void secretsAroundTheBlockSize_data();
     void secretsAroundTheBlockSize();
     void emptyBufferIsSignedLikeAnyOther();
+    void accessKeyCannotInjectAHeader_data();
+    void accessKeyCannotInjectAHeader();
     void answerIsNotParsed();
     void refusalIsAContentError_data();
     void refusalIsAContentError();
@@ -226,6 +228,28 @@ void tst_S3Upload::emptyBufferIsSignedLikeAnyOther()
     QCOMPARE(request.startLine, QByteArray("PUT /bucket/key.zip HTTP/1.1"));
     QCOMPARE(request.header("Content-Length"), QByteArray("0"));
     QCOMPARE(request.header("Authorization"), expectedAuthorization(request, "ACCESS", "SECRET"));
+}
+
+void tst_S3Upload::accessKeyCannotInjectAHeader_data()
+{
+    QTest::addColumn<QByteArray>("accessKey");
+    QTest::addColumn<QByteArray>("sent");
+    QTest::newRow("CR LF") << QByteArray("A\r\nX-Injected: yes")
+                           << QByteArray("A  X-Injected: yes");
+    QTest::newRow("LF") << QByteArray("A\nX-Injected: yes") << QByteArray("A X-Injected: yes");
+    QTest::newRow("CR") << QByteArray("A\rX-Injected: yes") << QByteArray("A X-Injected: yes");
+}
+
+void tst_S3Upload::accessKeyCannotInjectAHeader()
+{
+    QFETCH(QByteArray, accessKey);
+    QFETCH(QByteArray, sent);
+    Handle handle(s3Parameters(server->url("/bucket/key.zip")));
+    handle.set("aws_access_key", accessKey);
+    QCOMPARE(handle.sendData("data"), 1);
+    const HttpRequest request = server->requests().at(0);
+    QVERIFY(!request.hasHeader("X-Injected"));
+    QCOMPARE(request.header("Authorization"), expectedAuthorization(request, sent, "SECRET"));
 }
 
 void tst_S3Upload::answerIsNotParsed()

@@ -135,7 +135,7 @@ void HttpTask::configureProxy()
     manager->setProxy(proxy);
     // Kept apart from the proxy: Qt would answer a tunnel's first challenge with them itself, and
     // ask for the second.
-    proxyUser = url.userName();
+    proxyUser = withoutLineBreaks(url.userName());
     proxyPassword = url.password();
     proxyConnection = connectGuarded(manager, &QNetworkAccessManager::proxyAuthenticationRequired,
                                      &HttpTask::proxyAuthenication);

@@ -1,6 +1,7 @@
 #include "s3uploader.h"
 
 #include "handlemanager.h"
+#include "textconversion.h"
 
 #include <QCryptographicHash>
 #include <QDateTime>
@@ -62,10 +63,10 @@ bool S3Uploader::makeRequest()
     const QByteArray secret =
         handles->getParameter(handle, clouddefs::PKEY_AWS_SECRET_ACCESS_KEY).toLocal8Bit();
     const QByteArray signature = hmacSha1(secret, stringToSign).toBase64();
+    const QString accessKey = handles->getParameter(handle, clouddefs::PKEY_AWS_ACCESS_KEY);
     const QString authorization =
         QStringLiteral("AWS %1:%2")
-            .arg(handles->getParameter(handle, clouddefs::PKEY_AWS_ACCESS_KEY),
-                 QString::fromLatin1(signature));
+            .arg(withoutLineBreaks(accessKey), QString::fromLatin1(signature));
 
     request.setRawHeader("Host", url.host().toLocal8Bit());
     request.setRawHeader("Date", date.toLocal8Bit());

@@ -10,4 +10,7 @@ QString textBeforeNul(const QByteArray &data);
 /// As above, reading no more than @p maxBytes.
 QString textBeforeNul(const QByteArray &data, qsizetype maxBytes);
 
+/// @p text with a blank for every line break, which would begin another header of a request.
+QString withoutLineBreaks(QString text);
+
 #endif
