@@ -197,9 +197,8 @@ bool HttpTask::startRequest(QNetworkReply *(HttpTask::*send)())
 
     qtcompat::closeSlowConnections(manager);
     sessionTime.start();
-    reply = (this->*send)();
-    connectReply();
-    restartTimer();
+    sendFunc = send;
+    sendRequest();
     eventLoop->exec(QEventLoop::ExcludeUserInputEvents);
     timer->stop();
 
@@ -210,6 +209,13 @@ bool HttpTask::startRequest(QNetworkReply *(HttpTask::*send)())
         return false;
     }
     return processResponse();
+}
+
+void HttpTask::sendRequest()
+{
+    reply = (this->*sendFunc)();
+    connectReply();
+    restartTimer();
 }
 
 void HttpTask::connectReply()
@@ -262,6 +268,7 @@ bool HttpTask::init()
 {
     error = CloudError();
     outOfMemory = nullptr;
+    isTunnelChallenged = false;
     receivedData.clear();
     HandleManager::getInstance()->setRecvData(handle, QByteArray());
     return true;
@@ -310,7 +317,10 @@ void HttpTask::httpFinished()
 
 void HttpTask::httpError(QNetworkReply::NetworkError networkError)
 {
-    setNetworkError(contentErrorCode(networkError, httpStatus()), reply->errorString());
+    if (isTunnelChallenged && networkError == QNetworkReply::ProxyAuthenticationRequiredError)
+        repeatWithTunnelCredentials();
+    else
+        setNetworkError(contentErrorCode(networkError, httpStatus()), reply->errorString());
 }
 
 void HttpTask::setNetworkError(int code, const QString &message)
@@ -357,14 +367,36 @@ void HttpTask::timeoutError()
     abandonReply();
 }
 
-void HttpTask::proxyAuthenication(const QNetworkProxy &, QAuthenticator *auth)
+void HttpTask::proxyAuthenication(const QNetworkProxy &proxy, QAuthenticator *auth)
 {
     const QByteArray challenge = reply->readAll();
     DebugOutput() << QString::fromLatin1(challenge);
-    auth->setUser(proxyUser);
-    auth->setPassword(proxyPassword);
     // One answer for each task: credentials that were refused once are not offered again.
     disconnect(proxyConnection);
+    isTunnelChallenged = proxy.type() == QNetworkProxy::HttpProxy
+        && !(proxyUser.isEmpty() && proxyPassword.isEmpty());
+    if (isTunnelChallenged)
+        return; // unanswered, the request fails at once
+    auth->setUser(proxyUser);
+    auth->setPassword(proxyPassword);
+}
+
+// Qt answers on the connection that brought the challenge, and crashes when the proxy has closed it
+// without saying so. The answer goes out with a request of its own instead.
+void HttpTask::repeatWithTunnelCredentials()
+{
+    isTunnelChallenged = false;
+    disconnect(reply, nullptr, this, nullptr);
+    disconnect(reply, nullptr, eventLoop, nullptr);
+    reply->deleteLater();
+    QNetworkProxy proxy = manager->proxy();
+    const QByteArray credentials = (proxyUser + QLatin1Char(':') + proxyPassword).toLatin1();
+    proxy.setRawHeader("Proxy-Authorization", "Basic " + credentials.toBase64());
+    // The old manager would go on with the old proxy.
+    manager = new QNetworkAccessManager(this);
+    qtcompat::ignoreNetworkState(manager);
+    manager->setProxy(proxy);
+    sendRequest();
 }
 
 void HttpTask::traceRequest() const

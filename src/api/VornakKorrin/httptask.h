@@ -79,6 +79,7 @@ private:
     void configureProxy();
     void configureTimeout();
     void configureRequest();
+    void sendRequest();
     void connectReply();
 
     /// Connects a slot that Qt calls from the nested event loop, which no exception may pass: when
@@ -87,6 +88,7 @@ private:
     QMetaObject::Connection connectGuarded(Sender *sender, Signal signal,
                                            void (HttpTask::*slot)(Arguments...));
 
+    void repeatWithTunnelCredentials();
     void traceRequest() const;
     void traceProgress(const QString &label, qint64 bytes, qint64 bytesTotal);
     void httpHeadersReceived();
@@ -109,6 +111,8 @@ private:
     QString proxyUser;
     QString proxyPassword;
     QMetaObject::Connection proxyConnection;
+    bool isTunnelChallenged = false; ///< by the proxy, with the credentials still to be sent
+    QNetworkReply *(HttpTask::*sendFunc)() = nullptr; ///< of this exchange
 
     QNetworkAccessManager *manager = nullptr; ///< children of the task
     QEventLoop *eventLoop = nullptr;
