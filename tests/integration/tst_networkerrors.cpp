@@ -210,6 +210,7 @@ void tst_NetworkErrors::contentErrorNamesTheStatus_data()
     QTest::newRow("400") << QByteArray("400 Bad Request") << QByteArray("299");
     QTest::newRow("placeholders in the reason") << QByteArray("404 %1 %2") << QByteArray("203");
     QTest::newRow("no reason") << QByteArray("404 ") << QByteArray("203");
+    QTest::newRow("no reason, no blank") << QByteArray("404") << QByteArray("203");
 }
 
 void tst_NetworkErrors::contentErrorNamesTheStatus()
@@ -219,6 +220,8 @@ void tst_NetworkErrors::contentErrorNamesTheStatus()
     answerWith(*server, withLength("HTTP/1.1 " + status, "body"));
     Handle handle(baseParameters(server->url(), "remote_access"));
     QCOMPARE(handle.checkEnable(), 0);
+    if (!status.contains(' '))
+        status += ' ';
     const QByteArray text = "network content error.(" + status + ')';
     QCOMPARE(numberAndText(handle), "303|" + text);
     QVERIFY2(handle.errorDetail().startsWith(text + " (QNetworkReply: " + code + ' '),

@@ -330,7 +330,7 @@ void HttpTask::setNetworkError(int code, const QString &message)
     if (newError.number == errors::CONTENT) {
         newError.text += QStringLiteral("(%1 %2)").arg(
             reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toString(),
-            reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString());
+            qtcompat::reasonPhrase(reply));
     }
     newError.detail =
         QStringLiteral("%1 (%2: %3 %4)")

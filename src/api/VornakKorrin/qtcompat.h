@@ -2,6 +2,7 @@
 #define KORRIN_QTCOMPAT_H
 
 #include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QNetworkRequest>
 
 /// What has to be written differently for Qt 5 and Qt 6.
@@ -30,6 +31,18 @@ inline void allowAnyCompression(QNetworkRequest *request)
 #else
     request->setDecompressedSafetyCheckThreshold(-1);
 #endif
+}
+
+/// The reason phrase of the answer's status line; Qt 5 takes the whole line for it when the line
+/// ends with the status.
+inline QString reasonPhrase(const QNetworkReply *reply)
+{
+    const QString reason = reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString();
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    if (reason.startsWith(QLatin1String("HTTP/")))
+        return QString();
+#endif
+    return reason;
 }
 
 /// Closes kept-alive connections where a further POST on one would wait 40 ms: Qt 5 writes head and
