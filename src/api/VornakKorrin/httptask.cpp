@@ -158,7 +158,7 @@ void HttpTask::configureRequest()
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          QNetworkRequest::ManualRedirectPolicy);
     request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
-    qtcompat::allowAnyCompression(&request);
+    qtcompat::allowHighCompression(&request);
 }
 
 bool HttpTask::startGetRequest()

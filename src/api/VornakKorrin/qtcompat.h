@@ -22,14 +22,15 @@ inline void ignoreNetworkState(QNetworkAccessManager *manager)
 #endif
 }
 
-/// Lifts Qt 6's bound on how far an answer may grow when it is decompressed: a log or an image full
+/// Raises Qt 6's bound on how far an answer may grow when it is decompressed: a log or an image full
 /// of zeros is no attack, and Qt 5 takes it.
-inline void allowAnyCompression(QNetworkRequest *request)
+inline void allowHighCompression(QNetworkRequest *request)
 {
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
     Q_UNUSED(request)
 #else
-    request->setDecompressedSafetyCheckThreshold(-1);
+    const qint64 uncheckedBytes = 256 * 1024 * 1024;
+    request->setDecompressedSafetyCheckThreshold(uncheckedBytes);
 #endif
 }
 
