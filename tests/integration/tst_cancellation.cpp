@@ -1,0 +1,223 @@
+#include "rawsocket.h"
+#include "runningcall.h"
+#include "scriptedserver.h"
+
+#include <QFile>
+#include <QtTest>
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+#include <dlfcn.h>
+#include <netdb.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace korrintest;
+
+namespace
+{
+
+const char UNKNOWN_HOST[] = "resolving.test";
+
+/// A name server that does not answer until it is released.
+class SilentResolver
+{
+public:
+    static SilentResolver &instance()
+    {
+        static SilentResolver resolver;
+        return resolver;
+    }
+
+    int resolve()
+    {
+        std::unique_lock<std::mutex> locker(mutex);
+        ++waiting;
+        released.wait(locker, [this] { return open; });
+        --waiting;
+        return EAI_AGAIN;
+    }
+    void setOpen(bool on)
+    {
+        std::lock_guard<std::mutex> locker(mutex);
+        open = on;
+        released.notify_all();
+    }
+    bool isAsked()
+    {
+        std::lock_guard<std::mutex> locker(mutex);
+        return waiting > 0;
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable released;
+    bool open = false;
+    int waiting = 0;
+};
+
+/// A port whose queue is full: it neither takes a connection nor refuses it.
+class FullPort
+{
+public:
+    FullPort() : listener(listenOn(0)), port(portOf(listener))
+    {
+        ::listen(listener, 0);
+        filler = connectTo(port);
+    }
+    ~FullPort()
+    {
+        ::close(filler);
+        ::close(listener);
+    }
+    Q_DISABLE_COPY(FullPort)
+
+    QByteArray url() const { return "http://127.0.0.1:" + QByteArray::number(port); }
+
+    /// Whether a connection is under way, as proc(5) tells of /proc/net/tcp: SYN_SENT is 02.
+    bool isBeingConnected() const
+    {
+        QFile table(QStringLiteral("/proc/self/net/tcp"));
+        if (!table.open(QIODevice::ReadOnly))
+            return false;
+        return table.readAll().contains(
+            "0100007F:" + QByteArray::number(port, 16).rightJustified(4, '0').toUpper() + " 02");
+    }
+
+private:
+    const int listener;
+    const quint16 port;
+    int filler = -1;
+};
+
+} // namespace
+
+// The library's look-ups come here first.
+extern "C" int getaddrinfo(const char *node, const char *service, const addrinfo *hints,
+                           addrinfo **result)
+{
+    if (node && qstrcmp(node, UNKNOWN_HOST) == 0)
+        return SilentResolver::instance().resolve();
+    using Resolve = int (*)(const char *, const char *, const addrinfo *, addrinfo **);
+    static const auto next = reinterpret_cast<Resolve>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    return next(node, service, hints, result);
+}
+
+/// Calls that another thread ends, at each stage of an exchange.
+class tst_Cancellation : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void atEachStage_data();
+    void atEachStage();
+
+private:
+    /// Where the exchange goes, and what tells that it has come to the stage.
+    struct Stage {
+        QByteArray url;
+        std::function<bool()> isReached;
+    };
+    Stage prepare(const QByteArray &name);
+    /// The server sends @p bytes and then nothing more; the log's post is not answered.
+    Stage stallAfter(const QByteArray &bytes, int requests = 1);
+
+    std::unique_ptr<ScriptedServer> server;
+    std::unique_ptr<FullPort> fullPort;
+};
+
+void tst_Cancellation::init()
+{
+    SilentResolver::instance().setOpen(false);
+    server.reset(new ScriptedServer);
+    fullPort.reset(new FullPort);
+    QCOMPARE(korrinOpen(), 1);
+}
+
+void tst_Cancellation::cleanup()
+{
+    SilentResolver::instance().setOpen(true);
+    QTRY_VERIFY(!SilentResolver::instance().isAsked());
+    korrinClose();
+}
+
+tst_Cancellation::Stage tst_Cancellation::stallAfter(const QByteArray &bytes, int requests)
+{
+    server->setHandler([bytes](Connection &connection, const HttpRequest &request) {
+        if (requestedIs(request) != "cloudlog")
+            connection.send(bytes);
+        connection.stall();
+    });
+    return {server->url(), [this, requests] { return server->requestCount() == requests; }};
+}
+
+tst_Cancellation::Stage tst_Cancellation::prepare(const QByteArray &name)
+{
+    if (name == "resolving")
+        return {QByteArray("http://") + UNKNOWN_HOST + '/',
+                [] { return SilentResolver::instance().isAsked(); }};
+    if (name == "connecting")
+        return {fullPort->url(), [this] { return fullPort->isBeingConnected(); }};
+    if (name == "TLS handshake") {
+        auto greeted = std::make_shared<std::atomic<bool>>(false);
+        server->setRawHandler([greeted](Connection &connection) {
+            *greeted = !connection.readSome().isEmpty();
+            connection.stall();
+        });
+        return {server->url().replace("http:", "https:"), [greeted] { return greeted->load(); }};
+    }
+    if (name == "sending") {
+        server->setReadsBody(false);
+        server->setReceiveBufferBytes(4096);
+        return stallAfter("");
+    }
+    if (name == "receiving the headers")
+        return stallAfter("HTTP/1.1 200 OK\r\nContent-");
+    if (name == "receiving the body")
+        return stallAfter("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nabc");
+    if (name == "posting the log")
+        return stallAfter(xmlAnswer("udlog"), 2);
+    return stallAfter(""); // waiting for the answer
+}
+
+void tst_Cancellation::atEachStage_data()
+{
+    QTest::addColumn<QByteArray>("stage");
+    QTest::addColumn<bool>("closesLibrary");
+    for (const char *stage :
+         {"resolving", "connecting", "TLS handshake", "sending", "waiting for the answer",
+          "receiving the headers", "receiving the body", "posting the log"}) {
+        QTest::addRow("%s, handle disposed of", stage) << QByteArray(stage) << false;
+        QTest::addRow("%s, library closed", stage) << QByteArray(stage) << true;
+    }
+}
+
+void tst_Cancellation::atEachStage()
+{
+    QFETCH(QByteArray, stage);
+    QFETCH(bool, closesLibrary);
+    const Stage prepared = prepare(stage);
+    // More than the kernel takes on the server's behalf.
+    const QByteArray data(stage == "sending" ? 32 * 1024 * 1024 : 1, 'd');
+    Handle handle(patientParameters(prepared.url, "update"));
+    handle.set("send_data_type", "update_log");
+    RunningCall running([&] { return handle.sendData(data); });
+    QTRY_VERIFY(prepared.isReached());
+
+    const auto start = std::chrono::steady_clock::now();
+    QCOMPARE(closesLibrary ? korrinClose() : korrinDisposeHandle(handle.get()), 1);
+    const qint64 elapsed = running.join(start);
+    QVERIFY2(elapsed < PROMPT_MS, qPrintable(QString::number(elapsed)));
+    // What was done before the log was posted stays done.
+    QCOMPARE(running.result, stage == "posting the log" ? 1 : 0);
+}
+
+QTEST_GUILESS_MAIN(tst_Cancellation)
+#include "tst_cancellation.moc"
