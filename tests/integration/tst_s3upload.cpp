@@ -83,6 +83,8 @@ private Q_SLOTS:
     void secretsAroundTheBlockSize_data();
     void secretsAroundTheBlockSize();
     void emptyBufferIsSignedLikeAnyOther();
+    void pathThatIsSentIsSigned_data();
+    void pathThatIsSentIsSigned();
     void accessKeyCannotInjectAHeader_data();
     void accessKeyCannotInjectAHeader();
     void answerIsNotParsed();
@@ -227,6 +229,26 @@ void tst_S3Upload::emptyBufferIsSignedLikeAnyOther()
     const HttpRequest request = server->requests().at(0);
     QCOMPARE(request.startLine, QByteArray("PUT /bucket/key.zip HTTP/1.1"));
     QCOMPARE(request.header("Content-Length"), QByteArray("0"));
+    QCOMPARE(request.header("Authorization"), expectedAuthorization(request, "ACCESS", "SECRET"));
+}
+
+void tst_S3Upload::pathThatIsSentIsSigned_data()
+{
+    QTest::addColumn<QByteArray>("path");
+    QTest::addColumn<QByteArray>("sent");
+    QTest::newRow("..") << QByteArray("/bucket/a/../key.zip") << QByteArray("/bucket/key.zip");
+    QTest::newRow(".") << QByteArray("/bucket/./key.zip") << QByteArray("/bucket/key.zip");
+    QTest::newRow("//") << QByteArray("/bucket//key.zip") << QByteArray("/bucket//key.zip");
+}
+
+void tst_S3Upload::pathThatIsSentIsSigned()
+{
+    QFETCH(QByteArray, path);
+    QFETCH(QByteArray, sent);
+    Handle handle(s3Parameters(server->url(path)));
+    QCOMPARE(handle.sendData("data"), 1);
+    const HttpRequest request = server->requests().at(0);
+    QCOMPARE(request.target, sent);
     QCOMPARE(request.header("Authorization"), expectedAuthorization(request, "ACCESS", "SECRET"));
 }
 

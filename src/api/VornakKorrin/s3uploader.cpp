@@ -56,9 +56,11 @@ bool S3Uploader::makeRequest()
 {
     const HandleManager *handles = HandleManager::getInstance();
     const QUrl url = request.url();
+    // Qt resolves "." and ".." before it sends.
+    const QString path = url.adjusted(QUrl::NormalizePathSegments).path(QUrl::FullyDecoded);
     const QString date = currentDate();
-    const QByteArray stringToSign = HTTP_VERB + "\n\n" + CONTENT_TYPE + '\n' + date.toLatin1()
-        + '\n' + url.path(QUrl::FullyDecoded).toLatin1();
+    const QByteArray stringToSign =
+        HTTP_VERB + "\n\n" + CONTENT_TYPE + '\n' + date.toLatin1() + '\n' + path.toLatin1();
 
     const QByteArray secret =
         handles->getParameter(handle, clouddefs::PKEY_AWS_SECRET_ACCESS_KEY).toLocal8Bit();

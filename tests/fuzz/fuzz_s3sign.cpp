@@ -1,0 +1,59 @@
+// Secret, access key and object name, parted by line breaks: the signature that a server receives
+// is the one that Qt's own HMAC gives for the request as it arrived.
+#include "korrinhost.h"
+#include "scriptedserver.h"
+
+#include <QMessageAuthenticationCode>
+#include <QUrl>
+
+#include <cstdint>
+#include <cstdlib>
+
+using namespace korrintest;
+
+namespace
+{
+
+/// Up to the first NUL, as the C functions see a text.
+QByteArray text(const QList<QByteArray> &lines, int index)
+{
+    return QByteArray(lines.value(index).constData());
+}
+
+QByteArray expectedSignature(const HttpRequest &request, const QByteArray &secret)
+{
+    const QString path = QString::fromUtf8(QByteArray::fromPercentEncoding(request.path()));
+    const QByteArray message = request.method + "\n\n" + request.header("Content-Type") + '\n'
+        + request.header("Date") + '\n' + path.toLatin1();
+    const QByteArray key = QString::fromLatin1(secret).toLocal8Bit();
+    return QMessageAuthenticationCode::hash(message, key, QCryptographicHash::Sha1).toBase64();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    static ScriptedServer server([](Connection &connection, const HttpRequest &) {
+        connection.send(answer(200, "OK", QByteArray(), ""));
+    });
+    static const OpenLibrary library;
+    const QList<QByteArray> lines =
+        QByteArray(reinterpret_cast<const char *>(data), static_cast<int>(size)).split('\n');
+    const QByteArray secret = text(lines, 0);
+
+    Handle handle(baseParameters(server.url("/bucket/") + text(lines, 2), "s3_upload"));
+    handle.set("aws_secret_access_key", secret);
+    handle.set("aws_access_key", text(lines, 1));
+    const int result = handle.sendData("archive");
+    const QList<HttpRequest> requests = server.requests();
+    server.clear();
+    if ((result == 1) != (requests.size() == 1))
+        std::abort();
+    if (result == 0)
+        return 0; // not a URL
+    const QByteArray authorization = requests.at(0).header("Authorization");
+    if (!authorization.startsWith("AWS ")
+        || !authorization.endsWith(':' + expectedSignature(requests.at(0), secret)))
+        std::abort();
+    return 0;
+}
