@@ -22,8 +22,8 @@ inline void ignoreNetworkState(QNetworkAccessManager *manager)
 #endif
 }
 
-/// Raises Qt 6's bound on how far an answer may grow when it is decompressed: a log or an image full
-/// of zeros is no attack, and Qt 5 takes it.
+/// Raises Qt 6's bound on how far an answer may grow when it is decompressed: a log or an image
+/// full of zeros is no attack, and Qt 5 takes it.
 inline void allowHighCompression(QNetworkRequest *request)
 {
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
