@@ -25,7 +25,8 @@ QByteArray expectedSignature(const HttpRequest &request, const QByteArray &secre
     const QString path = QString::fromUtf8(QByteArray::fromPercentEncoding(request.path()));
     const QByteArray message = request.method + "\n\n" + request.header("Content-Type") + '\n'
         + request.header("Date") + '\n' + path.toLatin1();
-    const QByteArray key = QString::fromLatin1(secret).toLocal8Bit();
+    // Blanks around a parameter do not count.
+    const QByteArray key = QString::fromLatin1(secret).trimmed().toLocal8Bit();
     return QMessageAuthenticationCode::hash(message, key, QCryptographicHash::Sha1).toBase64();
 }
 
