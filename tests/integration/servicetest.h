@@ -2,39 +2,13 @@
 #define KORRIN_TESTS_SERVICETEST_H
 
 #include "korrinhost.h"
+#include "rawsocket.h"
 #include "scriptedserver.h"
 
 #include <algorithm>
 
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 namespace korrintest
 {
-
-/// A port of 127.0.0.1 that refuses connections and that nobody else can take meanwhile.
-class RefusingPort
-{
-public:
-    RefusingPort() : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        // Bound, but not listening.
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
-            qFatal("no port is free");
-    }
-    ~RefusingPort() { close(fd); }
-    Q_DISABLE_COPY(RefusingPort)
-
-    /// "127.0.0.1:port"
-    QByteArray authority() const { return "127.0.0.1:" + QByteArray::number(portOf(fd)); }
-
-private:
-    const int fd;
-};
 
 /// Answers every request of @p server with these bytes, then closes the connection.
 inline void answerWith(ScriptedServer &server, const QByteArray &bytes)

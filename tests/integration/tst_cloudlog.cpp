@@ -119,7 +119,7 @@ private:
     QScopedPointer<QTemporaryDir> directory;
     QScopedPointer<ScriptedServer> server;
     QByteArray serviceAnswer; ///< of the requests that are no log posts; empty: success
-    quint16 refused = refusedPort();
+    const RefusingPort refused;
 };
 
 void tst_CloudLog::init()
@@ -212,7 +212,7 @@ void tst_CloudLog::scriptServer(const QString &caseName)
 QByteArray tst_CloudLog::filled(QByteArray text) const
 {
     text.replace("{PORT}", QByteArray::number(server->port()));
-    text.replace("{REFUSED}", QByteArray::number(refused));
+    text.replace("{REFUSED}", QByteArray::number(refused.number()));
     return text;
 }
 
@@ -371,7 +371,7 @@ void tst_CloudLog::refusedRecordsAreDropped()
 void tst_CloudLog::limitOf100TakesARecordThatFitsExactly()
 {
     // The record's size is found with a limit of as many digits.
-    const QByteArray url = "http://127.0.0.1:" + QByteArray::number(refused) + '/';
+    const QByteArray url = "http://" + refused.authority() + '/';
     ScriptHost host(directory->path());
     const QByteArray handle = makeHandle(host, url);
     host.set(handle, "cloud_log_file_max_size", "9999");
@@ -429,8 +429,7 @@ void tst_CloudLog::restIsCopiedByteForByte()
     content += "\nis=cloudlog&rec=\xe9\xff\nis=cloudlog&no_break";
     writeFile(file(), content);
     ScriptHost host(directory->path());
-    const QByteArray handle =
-        makeHandle(host, "http://127.0.0.1:" + QByteArray::number(refused) + '/');
+    const QByteArray handle = makeHandle(host, "http://" + refused.authority() + '/');
     host.set(handle, "cloud_log_file_max_size", "1");
     QCOMPARE(host.check(handle), 0);
     QCOMPARE(contentOf(file()), content);
@@ -453,8 +452,7 @@ void tst_CloudLog::unreachableSaveDirectoryLosesOnlyTheRecord()
 {
     QVERIFY(QDir(directory->path()).mkpath(QStringLiteral("cloudlog.txt")));
     ScriptHost host(directory->path());
-    const QByteArray handle =
-        makeHandle(host, "http://127.0.0.1:" + QByteArray::number(refused) + '/');
+    const QByteArray handle = makeHandle(host, "http://" + refused.authority() + '/');
     QCOMPARE(host.check(handle), 0);
     QCOMPARE(host.get(handle, "error_no"), QByteArray("301"));
 }

@@ -85,7 +85,7 @@ private:
 
     QTemporaryDir directory;
     ScriptedServer server;
-    quint16 refused = refusedPort();
+    const RefusingPort refused;
     QScopedPointer<ScriptHost> host;
 };
 
@@ -139,7 +139,7 @@ void tst_DebugTrace::step_data()
     QTest::addColumn<QByteArray>("commands");
     QTest::addColumn<QByteArray>("answer");
     const QByteArray port = QByteArray::number(server.port());
-    const QByteArray refusedUrl = "http://127.0.0.1:" + QByteArray::number(refused) + "/";
+    const QByteArray refusedUrl = "http://" + refused.authority() + "/";
     const QByteArray none;
     const auto step = [](const char *file, const QByteArray &commands, const QByteArray &bytes) {
         QTest::newRow(file) << commands << bytes;
@@ -261,7 +261,7 @@ void tst_DebugTrace::step()
     }
     expected.chop(1);
     expected.replace(RECORDED_PORT, QByteArray::number(server.port()));
-    expected.replace(RECORDED_REFUSED_PORT, QByteArray::number(refused));
+    expected.replace(RECORDED_REFUSED_PORT, QByteArray::number(refused.number()));
 
     QCOMPARE(comparable(run(recordedCommand)), comparable(expected));
 }

@@ -259,7 +259,8 @@ void tst_Lifecycle::environmentsProxiesChangeNothing()
 {
     QFETCH(QString, variable);
     server.clear();
-    const QString deadProxy = QStringLiteral("http://127.0.0.1:%1").arg(refusedPort());
+    const RefusingPort proxy;
+    const QString deadProxy = QStringLiteral("http://127.0.0.1:%1").arg(proxy.number());
     QCOMPARE(runThreadHost("main", {{variable, deadProxy}}), QByteArray());
     QCOMPARE(server.requestCount(), 1);
 }

@@ -110,12 +110,17 @@ int connectTo(quint16 port)
     return -1;
 }
 
-quint16 refusedPort()
+RefusingPort::RefusingPort() : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    const int fd = listenOn(0);
-    const quint16 port = portOf(fd);
+    // Bound, but not listening.
+    sockaddr_in address = loopback(0);
+    if (bind(fd, generic(&address), sizeof address) != 0)
+        std::abort();
+}
+
+RefusingPort::~RefusingPort()
+{
     ::close(fd);
-    return port;
 }
 
 } // namespace korrintest

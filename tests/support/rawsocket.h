@@ -45,8 +45,21 @@ quint16 portOf(int descriptor);
 /// Connects to 127.0.0.1; -1 when refused.
 int connectTo(quint16 port);
 
-/// A port that nobody listens on.
-quint16 refusedPort();
+/// A port of 127.0.0.1 that refuses connections and that nobody else can take meanwhile.
+class RefusingPort
+{
+public:
+    RefusingPort();
+    ~RefusingPort();
+    Q_DISABLE_COPY(RefusingPort)
+
+    quint16 number() const { return portOf(fd); }
+    /// "127.0.0.1:port"
+    QByteArray authority() const { return "127.0.0.1:" + QByteArray::number(number()); }
+
+private:
+    const int fd;
+};
 
 } // namespace korrintest
 
