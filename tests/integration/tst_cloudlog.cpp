@@ -77,10 +77,6 @@ QByteArray masked(QByteArray bytes)
     QString text = QString::fromLatin1(bytes.constData(), bytes.size());
     text.replace(date, QStringLiteral("ldt={LDT}"));
     text.replace(QStringLiteral("transferring"), QStringLiteral("downloading"));
-    // Qt 4 gave 403 the code 202.
-    text.replace(QStringLiteral("QNetworkReply: 201 "), QStringLiteral("QNetworkReply: 202 "));
-    text.replace(QStringLiteral("QNetworkReply:%20201%20"),
-                 QStringLiteral("QNetworkReply:%20202%20"));
     return text.toLatin1();
 }
 

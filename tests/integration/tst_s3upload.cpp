@@ -44,7 +44,6 @@ QByteArray expectedError(const QJsonObject &recordedCase, const char *key, const
     QByteArray error = latin1(recordedCase, key);
     error.replace("{PORT}", port);
     error.replace("downloading", "transferring");
-    error.replace("QNetworkReply: 202", "QNetworkReply: 201"); // the code of 403
     if (latin1(recordedCase, "name") == "HTTP 503") {
         // A content error like any other, where Qt 4 saw a protocol error.
         error.replace("304", "303");

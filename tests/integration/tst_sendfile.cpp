@@ -209,7 +209,7 @@ void tst_SendFile::failedExchangeKeepsItsError_data()
         << QByteArray("201|xml parse failed.|error on line 1, column 1: unexpected end of file");
     QTest::newRow("HTTP 403") << answer(403, "No", "text/html", "")
                               << QByteArray("303|network content error.(403 No)|"
-                                            "network content error.(403 No) (QNetworkReply: 201 ");
+                                            "network content error.(403 No) (QNetworkReply: 202 ");
     QTest::newRow("closed") << QByteArray("")
                             << QByteArray("301|network connection error.|"
                                           "network connection error. (QNetworkReply: 2 ");

@@ -121,12 +121,12 @@ void tst_HttpTaskErrors::codeWithoutAnAnswer_data()
         row(code, code, connection);
     for (const int code : {101, 102, 103, 104, 105, 199})
         row(code, code, proxy);
-    for (const int code : {201, 202, 203, 204, 205, 206, 207, 299})
+    for (const int code : {201, 202, 203, 204, 205, 299})
         row(code, code, content);
     for (const int code : {301, 302, 399})
         row(code, code, protocol);
     row(400, 400, other);
-    for (const int code : {401, 402, 403, 499})
+    for (const int code : {206, 207, 401, 402, 403, 499})
         row(code, 299, content);
     row(500, 500, other);
 }
@@ -153,6 +153,9 @@ void tst_HttpTaskErrors::codeOfAnAnswer_data()
     row("not found", 203, 404,
         "303|network content error.(404 Reason)|"
         "network content error.(404 Reason) (QNetworkReply: 203 message 203)");
+    row("forbidden", 201, 403,
+        "303|network content error.(403 Reason)|"
+        "network content error.(403 Reason) (QNetworkReply: 202 message 201)");
     row("server error", 403, 503,
         "303|network content error.(503 Reason)|"
         "network content error.(503 Reason) (QNetworkReply: 299 message 403)");

@@ -36,13 +36,20 @@ const QString CONNECTION_CLOSED = QStringLiteral("Connection closed");
 const QByteArray POST_VERB = QByteArrayLiteral("POST");
 
 /// Qt's code for a failed exchange, with every answer of status 400 and up among the content
-/// errors: since Qt 5.3 some of them have groups of their own.
+/// errors: since Qt 5.3 some of them have groups or codes of their own.
 int contentErrorCode(QNetworkReply::NetworkError code, int httpStatus)
 {
     const bool serverError = code > 400 && code < 500;
     const bool refusedRequest =
         code == QNetworkReply::ProtocolInvalidOperationError && httpStatus >= 400;
-    return serverError || refusedRequest ? QNetworkReply::UnknownContentError : code;
+    const bool conflictOrGone =
+        code == QNetworkReply::ContentConflictError || code == QNetworkReply::ContentGoneError;
+    if (serverError || refusedRequest || conflictOrGone)
+        return QNetworkReply::UnknownContentError;
+    // Without a status it is that of a file which may not be read.
+    if (code == QNetworkReply::ContentAccessDenied && httpStatus == 403)
+        return QNetworkReply::ContentOperationNotPermittedError;
+    return code;
 }
 
 int errorNumberOf(int networkErrorCode)
