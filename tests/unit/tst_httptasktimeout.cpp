@@ -23,6 +23,7 @@ public:
             isActive = timeOut->isActive();
             intervalMs = timeOut->interval();
             isSingleShot = timeOut->isSingleShot();
+            timerType = timeOut->timerType();
             if (firesAtOnce)
                 timeOut->start(0);
             else
@@ -35,6 +36,7 @@ public:
     bool isActive = false;
     bool isSingleShot = false;
     int intervalMs = -1;
+    Qt::TimerType timerType = Qt::VeryCoarseTimer;
 };
 
 } // namespace
@@ -102,6 +104,7 @@ void tst_HttpTaskTimeOut::interval()
     QVERIFY(task.isActive);
     QVERIFY(task.isSingleShot);
     QCOMPARE(task.intervalMs, intervalMs);
+    QCOMPARE(task.timerType, Qt::PreciseTimer);
 }
 
 void tst_HttpTaskTimeOut::negativeIntervalMeansNoTimer_data()

@@ -151,6 +151,7 @@ void HttpTask::configureProxy()
 void HttpTask::configureTimeout()
 {
     timer->setSingleShot(true);
+    timer->setTimerType(Qt::PreciseTimer); // a coarse one may fire 5 % too early
     bool isNumber = false;
     const int seconds = HandleManager::getInstance()
                             ->getParameter(handle, clouddefs::PKEY_RECV_TIMEOUT)
