@@ -100,6 +100,8 @@ private Q_SLOTS:
     void callersParametersStayAsTheCallLeftThem();
     void unreachableSaveDirectoryLosesOnlyTheRecord();
     void secretKeysNeverEnterARecord();
+    void dateHasTheSameDigitsInEveryLocale_data();
+    void dateHasTheSameDigitsInEveryLocale();
 
 private:
     QByteArray makeHandle(ScriptHost &host, const QByteArray &url);
@@ -463,6 +465,26 @@ void tst_CloudLog::secretKeysNeverEnterARecord()
     QCOMPARE(server->requestCount(), 2);
     QVERIFY(!server->requests().at(1).body.contains("ACCESSID"));
     QVERIFY(!server->requests().at(1).body.contains("TOPSECRET"));
+}
+
+void tst_CloudLog::dateHasTheSameDigitsInEveryLocale_data()
+{
+    QTest::addColumn<QString>("variable");
+    QTest::addColumn<QString>("locale");
+    QTest::newRow("Arabic") << QStringLiteral("LC_ALL") << QStringLiteral("ar_EG.UTF-8");
+    QTest::newRow("Persian numbers")
+        << QStringLiteral("LC_NUMERIC") << QStringLiteral("fa_IR.UTF-8");
+}
+
+void tst_CloudLog::dateHasTheSameDigitsInEveryLocale()
+{
+    QFETCH(QString, variable);
+    QFETCH(QString, locale);
+    // An empty LC_ALL counts as none.
+    ScriptHost host(directory->path(), {{QStringLiteral("LC_ALL"), QString()}, {variable, locale}});
+    const QByteArray handle = makeHandle(host, server->url());
+    QCOMPARE(host.check(handle), 1);
+    QVERIFY(masked(server->requests().last().body).contains("&ldt={LDT}&"));
 }
 
 QTEST_GUILESS_MAIN(tst_CloudLog)

@@ -11,6 +11,7 @@
 
 #include <QDateTime>
 #include <QFileInfo>
+#include <QLocale>
 #include <QStringList>
 #include <QUrl>
 
@@ -111,7 +112,8 @@ QString CloudLogSender::getLogParameterData() const
 
 QString CloudLogSender::getDateTime() const
 {
-    return QDateTime::currentDateTime().toString(DATE_TIME_FORMAT);
+    // QDateTime::toString of Qt 5 writes the digits of the environment's locale.
+    return QLocale::c().toString(QDateTime::currentDateTime(), DATE_TIME_FORMAT);
 }
 
 void CloudLogSender::makeSendData()
