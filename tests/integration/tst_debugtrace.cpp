@@ -78,6 +78,8 @@ private Q_SLOTS:
     void step_data();
     void step();
     void off();
+    void loggingRulesDoNotSilence_data();
+    void loggingRulesDoNotSilence();
 
 private:
     QByteArray run(const QByteArray &commands);
@@ -280,6 +282,24 @@ void tst_DebugTrace::off()
                    "(mod) (x) ; check foreign ; dispose 0 ; dispose 0 ; close"),
              QByteArray());
     QCOMPARE(server.requestCount(), requestsBefore + 4); // check and recv, each with its record
+}
+
+void tst_DebugTrace::loggingRulesDoNotSilence_data()
+{
+    QTest::addColumn<QString>("rules");
+    QTest::newRow("all") << QStringLiteral("*=false");
+    QTest::newRow("debug") << QStringLiteral("*.debug=false");
+    QTest::newRow("default category") << QStringLiteral("default.debug=false");
+}
+
+void tst_DebugTrace::loggingRulesDoNotSilence()
+{
+    QFETCH(QString, rules);
+    ScriptHost ruled(directory.path(), {{QStringLiteral("QT_LOGGING_RULES"), rules}});
+    ruled.call("debug 1");
+    ruled.call("open");
+    ruled.call("close");
+    QCOMPARE(ruled.finish(), QByteArray(" \n@::korrinOpen() \n \n@::korrinClose() \n"));
 }
 
 QTEST_GUILESS_MAIN(tst_DebugTrace)
