@@ -7,18 +7,20 @@
 
 #include <cerrno>
 #include <climits>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <mutex>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace
 {
 
-std::mutex currentMutex;
-std::string currentTemporary; ///< what removeCurrent() removes
+char currentTemporary[PATH_MAX]; ///< what removeCurrent() removes
+volatile std::sig_atomic_t hasCurrentTemporary = 0;
 
 [[noreturn]] void fail(const std::string &what, const std::string &path)
 {
@@ -37,6 +39,24 @@ public:
     Descriptor(const Descriptor &) = delete;
     Descriptor &operator=(const Descriptor &) = delete;
     const int number;
+};
+
+/// No signal is handled while it lives.
+class SignalsBlocked
+{
+public:
+    SignalsBlocked()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before);
+    }
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+    SignalsBlocked(const SignalsBlocked &) = delete;
+    SignalsBlocked &operator=(const SignalsBlocked &) = delete;
+
+private:
+    sigset_t before;
 };
 
 /// Where a symbolic link leads, so that the file is replaced and not the link.
@@ -97,6 +117,13 @@ std::string contentsOf(const std::string &path)
     return result;
 }
 
+void writeOut(const std::string &data)
+{
+    std::fwrite(data.data(), 1, data.size(), stdout);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        throw Failure(EXIT_SYSTEM, "standard output cannot be written");
+}
+
 std::string sha256Of(const std::string &path)
 {
     QFile file(QFile::decodeName(path.c_str()));
@@ -111,13 +138,14 @@ TemporaryFile::TemporaryFile(const std::string &wanted) : target(followed(wanted
     mode = modeFor(target);
     const std::string directory = directoryOf(target);
     name = directory + (directory == "." ? "/." : ".") + nameOf(target) + ".XXXXXX";
-    std::lock_guard locker(currentMutex);
+    const SignalsBlocked blocked;
     const Descriptor fd(mkostemp(name.data(), O_CLOEXEC));
     if (fd.number < 0) {
         name.clear();
         fail("create a file beside", target);
     }
-    currentTemporary = name;
+    currentTemporary[name.copy(currentTemporary, sizeof currentTemporary - 1)] = '\0';
+    hasCurrentTemporary = 1;
 }
 
 TemporaryFile::~TemporaryFile()
@@ -131,20 +159,16 @@ void TemporaryFile::commit()
     if (chmod(name.c_str(), mode) != 0)
         fail("set the mode of", name);
     sync(name, O_RDONLY);
-    {
-        std::lock_guard locker(currentMutex);
-        if (rename(name.c_str(), target.c_str()) != 0)
-            fail("replace", target);
-        currentTemporary.clear();
-        name.clear();
-    }
+    if (rename(name.c_str(), target.c_str()) != 0)
+        fail("replace", target);
+    hasCurrentTemporary = 0;
+    name.clear();
     sync(directoryOf(target), O_RDONLY | O_DIRECTORY);
 }
 
 void TemporaryFile::removeCurrent()
 {
-    std::lock_guard locker(currentMutex);
-    if (!currentTemporary.empty())
-        unlink(currentTemporary.c_str());
-    currentTemporary.clear();
+    if (hasCurrentTemporary)
+        unlink(currentTemporary);
+    hasCurrentTemporary = 0;
 }

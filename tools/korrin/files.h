@@ -6,6 +6,9 @@
 /// A file's bytes; "-" is standard input. @throw Failure  EXIT_SYSTEM
 std::string contentsOf(const std::string &path);
 
+/// Writes it to standard output, behind what has been printed. @throw Failure  EXIT_SYSTEM
+void writeOut(const std::string &data);
+
 /// The file's SHA-256 in lower-case hexadecimal. @throw Failure  EXIT_SYSTEM
 std::string sha256Of(const std::string &path);
 
@@ -24,7 +27,8 @@ public:
     /// Syncs it and lets it replace the target. @throw Failure  EXIT_SYSTEM
     void commit();
 
-    /// Removes what there is of it when a signal ends the program; from any thread.
+    /// Removes what there is of it when a signal ends the program; from its handler, on the
+    /// thread that made it.
     static void removeCurrent();
 
 private:

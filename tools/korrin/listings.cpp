@@ -4,6 +4,7 @@
 #include "exitstatus.h"
 #include "keys.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <korrin.h>
 
@@ -34,18 +35,19 @@ int printParameters()
     return EXIT_FINE;
 }
 
-int printErrors(int number)
+int printErrors(const std::string &number)
 {
-    if (number < 0) {
+    if (number.empty()) {
         for (const ErrorDescription &error : allErrors())
             print(error);
         return EXIT_FINE;
     }
-    const ErrorDescription *error = findError(number);
-    if (!error)
-        throw Failure(EXIT_USAGE,
-                      "there is no error " + std::to_string(number)
-                          + "; 'korrin errors' lists all");
+    const auto &errors = allErrors();
+    const auto error = std::find_if(errors.begin(), errors.end(), [&](const ErrorDescription &e) {
+        return std::to_string(e.number) == number;
+    });
+    if (error == errors.end())
+        throw Failure(EXIT_USAGE, "there is no error " + number + "; 'korrin errors' lists all");
     print(*error);
     return EXIT_FINE;
 }

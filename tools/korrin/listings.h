@@ -1,7 +1,9 @@
 #pragma once
 
+#include <string>
+
 /// The commands that only print what the tool knows. Each returns the exit status.
 int printVersions();
 int printParameters();
-/// @param number  negative: all
-int printErrors(int number);
+/// @param number  empty: all. @throw Failure  EXIT_USAGE for what is no error's number
+int printErrors(const std::string &number);

@@ -1,7 +1,9 @@
 #include "exitstatus.h"
+#include "files.h"
 #include "interrupt.h"
 #include "listings.h"
 #include "outcome.h"
+#include "printable.h"
 
 #include <clocale>
 #include <cstdio>
@@ -9,7 +11,7 @@
 namespace
 {
 
-int run(const Options &options)
+int runCommand(const Options &options)
 {
     switch (options.command) {
     case Command::Version:
@@ -25,9 +27,15 @@ int run(const Options &options)
     const Mask mask(parameters);
     Messages messages(mask, options.trace);
     const Outcome outcome = runOperation(options, parameters, messages);
-    if (!printOutcome(options, outcome, mask))
-        throw Failure(EXIT_SYSTEM, "standard output cannot be written");
+    printOutcome(options, outcome, mask);
     return outcome.exitStatus(options);
+}
+
+int run(const Options &options)
+{
+    const int exitStatus = runCommand(options);
+    writeOut({});
+    return exitStatus;
 }
 
 } // namespace
@@ -43,7 +51,9 @@ int main(int argc, char **argv)
     try {
         return run(options);
     } catch (const Failure &failure) {
-        std::fprintf(stderr, "korrin: %s\n", failure.what());
+        // No parameters are known here: a mistyped line may hold a secret all the same.
+        const std::string text = printable(Mask().hidden(failure.what()));
+        std::fprintf(stderr, "korrin: %s\n", text.c_str());
         return failure.status;
     }
 }

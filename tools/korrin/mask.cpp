@@ -3,7 +3,6 @@
 #include <QByteArray>
 #include <algorithm>
 #include <korrin.h>
-#include <regex>
 
 namespace
 {
@@ -32,6 +31,49 @@ std::string percentEncoded(const std::string &text, const char *kept = "")
 std::string percentDecoded(const std::string &text)
 {
     return QByteArray::fromPercentEncoding(QByteArray::fromStdString(text)).toStdString();
+}
+
+/// What stands between "//user:" and the last "@" before the next "/" or blank.
+std::string withoutPasswords(const std::string &text)
+{
+    const char blanks[] = " \t\r\n\v\f";
+    std::string result;
+    size_t copied = 0;
+    for (size_t at = text.find("//"); at != std::string::npos; at = text.find("//", at + 1)) {
+        const size_t user = at + 2;
+        const size_t colon = text.find_first_of(std::string("/@:") + blanks, user);
+        if (colon == std::string::npos)
+            break;
+        if (text[colon] != ':')
+            continue;
+        const size_t end =
+            std::min(text.find_first_of(std::string("/") + blanks, colon), text.size());
+        const size_t sign = text.substr(colon, end - colon).rfind('@');
+        if (sign != std::string::npos) {
+            result.append(text, copied, colon + 1 - copied) += HIDDEN;
+            copied = colon + sign;
+        }
+        at = end - 1;
+    }
+    return result.append(text, copied, std::string::npos);
+}
+
+/// What stands behind the name of the secret key's parameter, to the last quotation mark or the
+/// end.
+std::string withoutSecretKeys(const std::string &text)
+{
+    const std::string name = KORRIN_KEY_AWS_SECRET_ACCESS_KEY;
+    for (size_t at = text.find(name); at != std::string::npos; at = text.find(name, at + 1)) {
+        const size_t value = text.find_first_not_of("):= \t", at + name.size());
+        if (value == std::string::npos)
+            break;
+        if (text[value] == '"')
+            continue;
+        const size_t quote = text.rfind('"');
+        const bool isQuoted = quote != std::string::npos && quote > value;
+        return text.substr(0, value) + HIDDEN + (isQuoted ? text.substr(quote) : std::string());
+    }
+    return text;
 }
 
 void replaceAll(std::string &text, const std::string &what)
@@ -66,12 +108,8 @@ void Mask::add(const std::string &secret)
 
 std::string Mask::hidden(const std::string &text) const
 {
-    static const std::regex userInfo("(//[^/@:\\s]*:)[^/\\s]*@");
-    static const std::regex secretLine(
-        "(\\(aws_secret_access_key\\) ?|aws_secret_access_key:)[^\"]*");
     std::string result = text;
     for (const std::string &secret : secrets)
         replaceAll(result, secret);
-    result = std::regex_replace(result, userInfo, "$1***@");
-    return std::regex_replace(result, secretLine, "$1***");
+    return withoutSecretKeys(withoutPasswords(result));
 }

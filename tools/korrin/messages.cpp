@@ -1,5 +1,7 @@
 #include "messages.h"
 
+#include "printable.h"
+
 #include <QString>
 #include <chrono>
 #include <cstdio>
@@ -86,7 +88,8 @@ void Messages::take(const std::string &message)
     if (traces) {
         if (progress)
             progress->clear();
-        std::fprintf(stderr, "%s %s\n", timeStamp().c_str(), mask.hidden(text).c_str());
+        const std::string shown = printable(mask.hidden(text), "\n\t");
+        std::fprintf(stderr, "%s %s\n", timeStamp().c_str(), shown.c_str());
     }
     if (progress)
         progress->take(text);

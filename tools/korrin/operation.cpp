@@ -5,6 +5,7 @@
 #include "keys.h"
 #include "version.h"
 
+#include <QString>
 #include <algorithm>
 #include <cctype>
 #include <chrono>
@@ -42,13 +43,20 @@ private:
     void *handle = nullptr;
 };
 
+bool isUtf8(const std::string &text)
+{
+    return QString::fromStdString(text).toStdString() == text;
+}
+
 std::string dataToSend(const Options &options, const DeviceHandle &device)
 {
-    if (options.text == "-")
-        return contentsOf("-");
-    // The library takes a log for Latin-1 text, anything else for bytes.
-    const bool isText = device.value(KORRIN_KEY_MODE) == KORRIN_MODE_UPDATE;
-    return isText ? toLatin1(options.text, "the text") : options.text;
+    const bool isPiped = options.text == "-";
+    const std::string data = isPiped ? contentsOf("-") : options.text;
+    // The library takes a log for Latin-1 text, anything else for bytes. Piped bytes that are not
+    // UTF-8 may be Latin-1 already.
+    const bool isText =
+        device.value(KORRIN_KEY_MODE) == KORRIN_MODE_UPDATE && (!isPiped || isUtf8(data));
+    return isText ? toLatin1(data, "the text") : data;
 }
 
 bool send(const Options &options, const DeviceHandle &device)
@@ -105,6 +113,18 @@ bool perform(const Options &options, const DeviceHandle &device, Outcome &outcom
     }
 }
 
+template <typename Action>
+void notingProblems(Outcome &outcome, Action action)
+{
+    try {
+        action();
+    } catch (const Failure &failure) {
+        outcome.succeeded = false;
+        outcome.problem = failure.what();
+        outcome.problemStatus = failure.status;
+    }
+}
+
 } // namespace
 
 int Outcome::errorNumber() const
@@ -143,15 +163,12 @@ Outcome runOperation(const Options &options, const Parameters &parameters, Messa
 
     Outcome outcome;
     const auto start = std::chrono::steady_clock::now();
-    try {
-        outcome.succeeded = perform(options, device, outcome);
-    } catch (const Failure &failure) {
-        outcome.problem = failure.what();
-        outcome.problemStatus = failure.status;
-    }
+    notingProblems(outcome, [&] { outcome.succeeded = perform(options, device, outcome); });
     const std::chrono::duration<double, std::milli> duration =
         std::chrono::steady_clock::now() - start;
     messages.endProgress();
+    if (outcome.succeeded)
+        notingProblems(outcome, [&] { writeOut(outcome.data); });
 
     outcome.durationMs = duration.count();
     for (const Key &key : allKeys()) {

@@ -1,6 +1,8 @@
 #include "options.h"
 
 #include "exitstatus.h"
+#include "mask.h"
+#include "printable.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -62,6 +64,8 @@ CLI::App *addOperation(CLI::App &app, Options &options, Command command, const s
 
 void addOperations(CLI::App &app, Options &options)
 {
+    const CLI::Validator notEmpty(
+        [](std::string &text) { return text.empty() ? "it is empty" : std::string(); }, "");
     addOperation(app, options, Command::Check, "check", "Ask for a newer version or remote access")
         ->add_flag("--if-new", options.onlyIfNew, "Exit with 3 when there is no newer version");
 
@@ -70,13 +74,14 @@ void addOperations(CLI::App &app, Options &options)
 
     addOperation(app, options, Command::SendFile, "send-file", "Send a file")
         ->add_option("PATH", options.path, "The file")
-        ->required();
+        ->required()
+        ->check(notEmpty);
 
     CLI::App *recv =
         addOperation(app, options, Command::Recv, "recv", "Receive to standard output");
     CLI::App *recvFile = addOperation(app, options, Command::RecvFile, "recv-file",
                                       "Receive to a file, which is replaced when all is well");
-    recvFile->add_option("PATH", options.path, "The file")->required();
+    recvFile->add_option("PATH", options.path, "The file")->required()->check(notEmpty);
     for (CLI::App *command : {recv, recvFile}) {
         command->add_flag("--check", options.checkFirst,
                           "Ask first, so that the request names the offered version");
@@ -101,8 +106,7 @@ bool readCommandLine(int argc, char **argv, Options &options, int &exitStatus)
     addCommand(app, options, Command::Version, "version", "Print the versions");
     addCommand(app, options, Command::Params, "params", "List the parameters");
     addCommand(app, options, Command::Errors, "errors", "Explain the error numbers")
-        ->add_option("NUMBER", options.errorNumber, "Only this one")
-        ->check(CLI::NonNegativeNumber);
+        ->add_option("NUMBER", options.errorNumber, "Only this one");
     try {
         app.parse(argc, argv);
         if (app.get_subcommands().empty())
@@ -111,7 +115,8 @@ bool readCommandLine(int argc, char **argv, Options &options, int &exitStatus)
     } catch (const CLI::Success &request) {
         exitStatus = app.exit(request);
     } catch (const CLI::ParseError &error) {
-        std::cerr << "korrin: " << error.what() << "\nTry 'korrin --help'.\n";
+        std::cerr << "korrin: " << printable(Mask().hidden(error.what()))
+                  << "\nTry 'korrin --help'.\n";
         exitStatus = EXIT_USAGE;
     }
     return false;

@@ -15,7 +15,7 @@ struct Options {
     std::string path; ///< of the file to send or receive
     std::string text; ///< to send; "-": standard input
     std::string sha256;
-    int errorNumber = -1; ///< of the errors command; negative: all
+    std::string errorNumber; ///< of the errors command; empty: all
 
     bool json = false;
     bool trace = false;

@@ -3,6 +3,7 @@
 #include "errortable.h"
 #include "jsontext.h"
 #include "keys.h"
+#include "printable.h"
 
 #include <cstdio>
 #include <korrin.h>
@@ -20,16 +21,6 @@ std::string line(const std::string &name, const std::string &value)
     const size_t width = 14;
     return "  " + name + std::string(name.size() < width ? width - name.size() : 1, ' ') + value
         + "\n";
-}
-
-/// No byte of the server's may steer the terminal.
-std::string printable(std::string text)
-{
-    for (char &c : text) {
-        if (static_cast<unsigned char>(c) < ' ' || c == '\x7f')
-            c = ' ';
-    }
-    return text;
 }
 
 std::string answerLines(const Outcome &outcome, const Mask &mask)
@@ -103,17 +94,13 @@ void write(const std::string &text, FILE *stream)
 
 } // namespace
 
-bool printOutcome(const Options &options, const Outcome &outcome, const Mask &mask)
+void printOutcome(const Options &options, const Outcome &outcome, const Mask &mask)
 {
-    const bool dataGoOut = options.command == Command::Recv;
-    FILE *const stream = dataGoOut ? stderr : stdout;
-    if (dataGoOut && outcome.succeeded)
-        write(outcome.data, stdout);
+    FILE *const stream = options.command == Command::Recv ? stderr : stdout;
     if (options.json)
         write(json(options, outcome, mask), stream);
     else if (!outcome.succeeded)
         write(failureText(options, outcome, mask), stderr);
     else if (!options.quiet)
         write(successText(options, outcome, mask), stream);
-    return std::fflush(stdout) == 0 && !std::ferror(stdout);
 }
