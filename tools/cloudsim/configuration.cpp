@@ -82,12 +82,19 @@ private:
         throw ConfigError(source.lines.at(at.to_string()), what);
     }
 
+    /// Its key, or that of the array it stands in.
+    std::string nameOf(const Pointer &at) const
+    {
+        const Pointer parent = at.parent_pointer();
+        return value(parent).is_array() ? parent.back() : at.back();
+    }
+
     void expectObject(const Pointer &at, const std::set<std::string> &known) const
     {
         if (!value(at).is_object())
             fail(at,
                  at.empty() ? "the configuration must be an object"
-                            : "\"" + at.back() + "\" must hold objects");
+                            : "\"" + nameOf(at) + "\" must hold objects");
         for (const auto &item : value(at).items()) {
             if (known.count(item.key()) == 0)
                 fail(at / item.key(), "unknown key \"" + item.key() + "\"");
@@ -201,7 +208,10 @@ private:
                 fail(bucket,
                      "a bucket's name has 3 to 63 characters: a-z, 0-9, \".\", \"-\"; "
                      "not \"download\" or \"search\"");
-            catalogue.buckets.push_back(value(bucket).get<std::string>());
+            const std::string name = value(bucket).get<std::string>();
+            if (catalogue.hasBucket(name))
+                fail(bucket, "bucket \"" + name + "\" stands twice");
+            catalogue.buckets.push_back(name);
         });
         eachOf(at / "keys", [&](const Pointer &key) {
             expectObject(key, {"access_key", "secret_key"});

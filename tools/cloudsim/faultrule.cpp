@@ -11,7 +11,7 @@ namespace
 using nlohmann::json;
 
 const uint64_t HUGE_BYTES = 64 * 1024 * 1024;
-const uint64_t MAX_HUGE_BYTES = uint64_t(16) << 30;
+const uint64_t MAX_BYTES = uint64_t(16) << 30;
 const uint64_t MAX_DELAY_MS = 24 * 3600 * 1000;
 
 /// A kind, its name, and the keys that its parameters have in JSON, in the order of the text form.
@@ -139,7 +139,7 @@ void readParameters(FaultRule &rule, const json &object)
         break;
     case FaultKind::Cut:
         if (hasBytes)
-            rule.bytes = wholeNumber(object, "bytes", 0, UINT64_MAX);
+            rule.bytes = wholeNumber(object, "bytes", 0, MAX_BYTES);
         break;
     case FaultKind::Status:
         if (!object.contains("code"))
@@ -154,7 +154,7 @@ void readParameters(FaultRule &rule, const json &object)
         rule.text = textOf(object, "message", "refused by a fault rule");
         break;
     case FaultKind::Huge:
-        rule.number = hasBytes ? wholeNumber(object, "bytes", 1, MAX_HUGE_BYTES) : HUGE_BYTES;
+        rule.number = hasBytes ? wholeNumber(object, "bytes", 1, MAX_BYTES) : HUGE_BYTES;
         break;
     case FaultKind::Close:
     case FaultKind::Reset:

@@ -8,6 +8,8 @@ namespace
 
 using nlohmann::json;
 
+const size_t MAX_DEPTH = 32;
+
 /// Reads the text and counts the line breaks that it has passed.
 class CountingIterator
 {
@@ -73,7 +75,8 @@ public:
         // "[json.exception.parse_error.101] parse error at line 1, column 2: ..." without its head.
         const std::string text = error.what();
         const size_t colon = text.find(": ");
-        throw ConfigError(*line, "this is not JSON: " + text.substr(colon + 2));
+        const size_t begin = colon == std::string::npos ? text.find("] ") : colon;
+        throw ConfigError(*line, "this is not JSON: " + text.substr(begin + 2));
     }
 
 private:
@@ -87,6 +90,8 @@ private:
 
     bool open(json value)
     {
+        if (stack.size() == MAX_DEPTH)
+            throw ConfigError(*line, "this is nested too deeply");
         const json::json_pointer place = stack.empty() ? json::json_pointer() : nextPlace();
         add(std::move(value));
         stack.push_back(place);

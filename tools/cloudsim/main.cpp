@@ -59,8 +59,9 @@ std::string urlOf(const Options &options, int port)
         + (isIpv6 ? "[" + options.listen + "]" : options.listen) + ":" + std::to_string(port) + "/";
 }
 
-int serve(const Options &options, const Configuration &configuration, const EndSignals &end)
+int serve(const Options &options, const Configuration &configuration)
 {
+    const EndSignals end;
     FaultBook faults;
     for (const FaultRule &rule : configuration.faults)
         faults.add(rule);
@@ -98,7 +99,7 @@ int serve(const Options &options, const Configuration &configuration, const EndS
     return 0;
 }
 
-int run(const Options &options, const EndSignals &end)
+int run(const Options &options)
 {
     if (options.faultCommand) {
         options.faultCommand();
@@ -109,7 +110,7 @@ int run(const Options &options, const EndSignals &end)
         return 0;
     }
     try {
-        return serve(options, configurationFor(options), end);
+        return serve(options, configurationFor(options));
     } catch (const ConfigError &error) {
         std::cerr << options.configFile << ":"
                   << (error.line > 0 ? std::to_string(error.line) + ":" : "") << " " << error.what()
@@ -128,9 +129,8 @@ int main(int argc, char **argv)
         return exitStatus;
     std::signal(SIGPIPE, SIG_IGN);
     raiseDescriptorLimit();
-    const EndSignals end;
     try {
-        return run(options, end);
+        return run(options);
     } catch (const std::invalid_argument &error) {
         std::cerr << "korrin-cloudsim: " << error.what() << "\n";
         return EXIT_USAGE;

@@ -79,6 +79,11 @@ SimServer::SimServer(Journal &journal, RequestHandler handler, std::unique_ptr<T
     : journal(journal), handler(std::move(handler)), tls(std::move(tls))
 {
     new_task_queue = [] { return new ConnectionThreads; };
+    // httplib's own choice lets a second simulator share the port, and take half of the requests.
+    set_socket_options([](socket_t fd) {
+        const int on = 1;
+        setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    });
     route();
 }
 

@@ -80,6 +80,7 @@ private Q_SLOTS:
     void filesAreRelativeToTheConfiguration();
     void rulesOfConfigurationAndCommandLine();
     void portInUse();
+    void portOfAnotherSimulator();
     void tls();
     void tlsFilesThatDoNotFit();
     void dataOutliveARestart();
@@ -88,6 +89,7 @@ private Q_SLOTS:
     void faultCommands();
     void faultCommandsThatFail_data();
     void faultCommandsThatFail();
+    void signalEndsAFaultCommand();
     void signalsEndIt_data();
     void signalsEndIt();
 
@@ -139,6 +141,8 @@ void tst_CommandLine::wrongUsage_data()
     QTest::newRow("certificate without key") << "--tls-cert a" << QByteArray("--tls-key");
     QTest::newRow("wrong rule") << "--port 0 --fault slow" << QByteArray("unknown fault \"slow\"");
     QTest::newRow("wrong value") << "--port 0 --fault delay:soon" << QByteArray("\"ms\"");
+    QTest::newRow("cut behind every answer")
+        << "--port 0 --fault cut:18446744073709551615" << QByteArray("\"bytes\"");
     QTest::newRow("fault without command") << "fault" << QByteArray("subcommand");
     QTest::newRow("fault without URL") << "fault list" << QByteArray("--url");
 }
@@ -188,6 +192,15 @@ void tst_CommandLine::wrongConfiguration_data()
         << QByteArray("4: \"size\" must be a number of bytes");
     QTest::newRow("bucket name") << QByteArray("{\"s3\": {\"buckets\": [\"ok-1\",\n\"Not/OK\"]}}")
                                  << QByteArray("2: a bucket's name");
+    QTest::newRow("bucket twice") << QByteArray("{\"s3\": {\"buckets\": [\"logs\",\n\"logs\"]}}")
+                                  << QByteArray("2: bucket \"logs\" stands twice");
+    QTest::newRow("product that is no object")
+        << QByteArray("{\"products\": [\n5]}") << QByteArray("2: \"products\" must hold objects");
+    QTest::newRow("number out of range")
+        << QByteArray("{\"products\":\n1e999}")
+        << QByteArray("2: this is not JSON: number overflow parsing '1e999'");
+    QTest::newRow("nested without end")
+        << QByteArray(100000, '[') << QByteArray("1: this is nested too deeply");
     QTest::newRow("wrong rule") << QByteArray(
         "{\"faults\": [\n{\"fault\": \"close\"},\n{\"fault\": \"slow\"}]}")
                                 << QByteArray("3: unknown fault \"slow\"");
@@ -252,6 +265,15 @@ void tst_CommandLine::portInUse()
     QVERIFY2(result.err.contains("cannot listen on 127.0.0.1 port "
                                  + QByteArray::number(other.serverPort())),
              result.err.constData());
+}
+
+void tst_CommandLine::portOfAnotherSimulator()
+{
+    Simulator first;
+    QVERIFY(first.start());
+    const Run result = run({QStringLiteral("--port"), QString::number(portOf(first.url()))});
+    QCOMPARE(result.exitStatus, 1);
+    QVERIFY2(result.err.contains("cannot listen on 127.0.0.1"), result.err.constData());
 }
 
 void tst_CommandLine::tls()
@@ -400,6 +422,20 @@ void tst_CommandLine::faultCommandsThatFail()
                            + QStringList{QStringLiteral("--url"), url});
     QCOMPARE(result.exitStatus, exitStatus);
     QVERIFY2(result.err.contains(message), result.err.constData());
+}
+
+void tst_CommandLine::signalEndsAFaultCommand()
+{
+    QTcpServer silent;
+    QVERIFY(silent.listen(QHostAddress::LocalHost));
+    QProcess command;
+    command.start(QStringLiteral(KORRIN_CLOUDSIM),
+                  {QStringLiteral("fault"), QStringLiteral("list"), QStringLiteral("--url"),
+                   QStringLiteral("http://127.0.0.1:%1/").arg(silent.serverPort())});
+    QVERIFY(silent.waitForNewConnection(10000));
+    QCOMPARE(kill(pid_t(command.processId()), SIGTERM), 0);
+    QVERIFY(command.waitForFinished(1000));
+    QCOMPARE(command.exitStatus(), QProcess::CrashExit);
 }
 
 void tst_CommandLine::signalsEndIt_data()
