@@ -23,7 +23,7 @@ static char directory[4096];
 static char wantedCall[16];
 static int wantedNumber;
 static int action;
-static int forever;
+static int lasting;
 
 static pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 static int calls;
@@ -48,7 +48,7 @@ __attribute__((constructor)) static void readEnvironment(void)
     action = strncmp(what, "kill", 4) == 0 ? KILL
         : strncmp(what, "short", 5) == 0   ? SHORT
                                            : atoi(what);
-    forever = strstr(what, ",forever") != NULL;
+    lasting = strstr(what, ",forever") != NULL;
 }
 
 static int isWatchedPath(const char *path)
@@ -75,7 +75,7 @@ static int faultOf(const char *call)
     pthread_mutex_lock(&mutex);
     const int number = ++calls;
     pthread_mutex_unlock(&mutex);
-    if (forever ? number < wantedNumber : number != wantedNumber)
+    if (lasting ? number < wantedNumber : number != wantedNumber)
         return NONE;
     if (action == KILL)
         kill(getpid(), SIGKILL);

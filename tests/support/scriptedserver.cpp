@@ -8,6 +8,16 @@
 namespace korrintest
 {
 
+namespace
+{
+
+void echo(Connection &connection, const HttpRequest &request)
+{
+    connection.send(xmlAnswer(requestedIs(request)));
+}
+
+} // namespace
+
 Connection::Connection(int descriptor, int connectionIndex)
     : index(connectionIndex), socket(descriptor)
 {
@@ -112,10 +122,8 @@ bool Connection::readRequest(HttpRequest *request, bool readBody)
 }
 
 ScriptedServer::ScriptedServer(Handler handler, quint16 port)
+    : handle(handler ? std::move(handler) : echo)
 {
-    handle = handler ? handler : [](Connection &connection, const HttpRequest &request) {
-        connection.send(xmlAnswer(requestedIs(request)));
-    };
     start(port);
 }
 

@@ -235,7 +235,7 @@ void Api::sendEvents(httplib::Response &response)
         const auto text = listener->take(EVENT_COMMENT_INTERVAL);
         if (!text)
             return false;
-        const std::string &chunk = text->empty() ? ":\n\n" : *text;
+        const std::string chunk = text->empty() ? ":\n\n" : *text;
         return sink.write(chunk.data(), chunk.size());
     };
     response.set_chunked_content_provider("text/event-stream", write);

@@ -250,7 +250,8 @@ QMetaObject::Connection HttpTask::connectGuarded(Sender *sender, Signal signal,
                 (this->*slot)(arguments...);
         } catch (const std::bad_alloc &) {
             outOfMemory = std::current_exception();
-            disconnect(reply, nullptr, this, nullptr);
+            if (reply)
+                disconnect(reply, nullptr, this, nullptr);
             eventLoop->quit();
         }
     });
