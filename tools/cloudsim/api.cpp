@@ -14,6 +14,7 @@ using nlohmann::json;
 const char API[] = "/_sim/api/";
 const std::chrono::seconds EVENT_COMMENT_INTERVAL(15);
 const uint64_t MAX_LIMIT = 10000;
+const size_t MAX_BODY_BYTES = 65536;
 
 /// What ends a request with a status other than 200.
 struct ApiError {
@@ -52,6 +53,8 @@ Filter filterOf(const httplib::Request &request, uint64_t defaultLimit)
 
 json parsed(const std::string &body)
 {
+    if (body.size() > MAX_BODY_BYTES)
+        throw ApiError{413, "the body is longer than " + std::to_string(MAX_BODY_BYTES) + " bytes"};
     json result = json::parse(body, nullptr, false);
     if (result.is_discarded())
         throw ApiError{400, "the body is not JSON"};

@@ -1,26 +1,30 @@
 #include "books.h"
 
+#include "printable.h"
+
+#include <algorithm>
 #include <cstdio>
 
 namespace
 {
 
+/// Devices choose these texts: none may end the line, make two columns of one or steer a terminal.
+std::string column(const std::string &text)
+{
+    std::string result = printable(text);
+    std::replace(result.begin(), result.end(), ' ', '?');
+    return result.empty() ? "-" : result;
+}
+
 /// "2026-01-31T12:00:00.000Z 127.0.0.1:40000 GET /su/search chkud KX-100 200 310 1.3ms delay"
 std::string logLine(const Exchange &exchange)
 {
-    const auto orDash = [](const std::string &text) { return text.empty() ? "-" : text; };
     char duration[32];
     std::snprintf(duration, sizeof duration, "%.1fms", exchange.durationMs);
-    std::string line = isoTime(exchange.timeMs) + " " + exchange.client + " "
-        + orDash(exchange.method) + " " + orDash(exchange.path) + " " + orDash(exchange.is) + " "
-        + orDash(exchange.product) + " " + std::to_string(exchange.status) + " "
-        + std::to_string(exchange.answerBytes) + " " + duration + " " + orDash(exchange.fault);
-    // Devices choose these texts: no byte of theirs may end the line or steer a terminal.
-    for (char &c : line) {
-        if (static_cast<unsigned char>(c) < ' ' || c == '\x7f')
-            c = '?';
-    }
-    return line + "\n";
+    return isoTime(exchange.timeMs) + " " + exchange.client + " " + column(exchange.method) + " "
+        + column(exchange.path) + " " + column(exchange.is) + " " + column(exchange.product) + " "
+        + std::to_string(exchange.status) + " " + std::to_string(exchange.answerBytes) + " "
+        + duration + " " + column(exchange.fault) + "\n";
 }
 
 } // namespace

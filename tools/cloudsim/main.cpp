@@ -1,11 +1,13 @@
 #include "books.h"
 #include "cloud.h"
 #include "configuration.h"
+#include "directorylock.h"
 #include "options.h"
 #include "simserver.h"
 
 #include <csignal>
 #include <iostream>
+#include <optional>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <thread>
@@ -71,6 +73,9 @@ int serve(const Options &options, const Configuration &configuration)
     if (!options.tlsKey.empty())
         tls = std::make_unique<TlsContext>(options.tlsCertificate, options.tlsKey);
 
+    std::optional<DirectoryLock> lock;
+    if (!options.dataDirectory.empty())
+        lock.emplace(options.dataDirectory);
     Store store(options.dataDirectory);
     EventHub events;
     Books books(store, events, options.logs);

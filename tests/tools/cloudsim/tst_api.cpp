@@ -62,6 +62,7 @@ private Q_SLOTS:
     void faultsAreManaged();
     void wrongRulesAreRefused_data();
     void wrongRulesAreRefused();
+    void longBodiesAreRefused();
     void changesNeedJson();
     void clearing();
     void events();
@@ -402,6 +403,14 @@ void tst_Api::wrongRulesAreRefused()
     QCOMPARE(status, 400);
     const QByteArray error = answer.value(QLatin1String("error")).toString().toUtf8();
     QVERIFY2(error.contains(complaint), error.constData());
+}
+
+void tst_Api::longBodiesAreRefused()
+{
+    int status = 0;
+    const QJsonObject answer = simulator.api("POST", "faults", QByteArray(100000, '['), &status);
+    QCOMPARE(status, 413);
+    QVERIFY(answer.value(QLatin1String("error")).toString().contains(QLatin1String("65536")));
 }
 
 void tst_Api::changesNeedJson()

@@ -85,6 +85,7 @@ private Q_SLOTS:
     void tlsFilesThatDoNotFit();
     void dataOutliveARestart();
     void dataDirectoryThatIsAbsent();
+    void dataDirectoryOfAnotherSimulator();
     void logLine();
     void faultCommands();
     void faultCommandsThatFail_data();
@@ -352,12 +353,24 @@ void tst_CommandLine::dataDirectoryThatIsAbsent()
     QVERIFY2(result.err.contains("absent"), result.err.constData());
 }
 
+void tst_CommandLine::dataDirectoryOfAnotherSimulator()
+{
+    QTemporaryDir data;
+    const QStringList arguments = {QStringLiteral("--data"), data.path()};
+    Simulator first;
+    QVERIFY(first.start(arguments));
+    const Run result = run(QStringList{QStringLiteral("--port"), QStringLiteral("0")} + arguments);
+    QCOMPARE(result.exitStatus, 1);
+    QVERIFY2(result.err.contains("another simulator keeps its data in " + data.path().toUtf8()),
+             result.err.constData());
+}
+
 void tst_CommandLine::logLine()
 {
     Simulator simulator;
     QVERIFY(simulator.start(
         {QStringLiteral("--log"), QStringLiteral("--fault"), QStringLiteral("space,is=chkud")}));
-    curl({simulator.url() + "su/search?is=chkud&pn=a%0Ab&sv=1.0"});
+    curl({simulator.url() + "su/search?is=chkud&pn=a%0Ab%20c%C2%9Bd&sv=1.0"});
     QByteArray line;
     QVERIFY(QTest::qWaitFor([&] {
         line += simulator.output();
@@ -365,7 +378,7 @@ void tst_CommandLine::logLine()
     }));
     const QRegularExpression form(QStringLiteral(
         "^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3}Z 127\\.0\\.0\\.1:\\d+ GET /su/search"
-        " chkud a\\?b 200 \\d+ \\d+\\.\\dms space\\n$"));
+        " chkud a\\?b\\?c\\?d 200 \\d+ \\d+\\.\\dms space\\n$"));
     QVERIFY2(form.match(QString::fromLatin1(line)).hasMatch(), line.constData());
 }
 
