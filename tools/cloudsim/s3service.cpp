@@ -104,6 +104,9 @@ Answer S3Service::get(const ServiceRequest &request, const std::string &bucket,
     Answer answer;
     answer.contentType = object->contentType;
     answer.headers["ETag"] = object->etag;
+    // The page has the same origin: no script in an object may act in its name.
+    answer.headers["Content-Security-Policy"] = "sandbox";
+    answer.headers["X-Content-Type-Options"] = "nosniff";
     answer.body = Body(std::move(object->data));
     return answer;
 }

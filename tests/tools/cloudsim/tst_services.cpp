@@ -326,6 +326,9 @@ void tst_Services::uploadIsStored()
     QVERIFY(stored.body == bytes);
     QCOMPARE(stored.header("Content-Type"), QByteArray("application/zip"));
     QCOMPARE(stored.header("ETag"), etag);
+    // Whatever a device uploads, a browser runs nothing of it on the page's origin.
+    QCOMPARE(stored.header("Content-Security-Policy"), QByteArray("sandbox"));
+    QCOMPARE(stored.header("X-Content-Type-Options"), QByteArray("nosniff"));
     const CurlResult head = curl({"-I", simulator.url() + "kx-logs/" + key});
     QCOMPARE(head.header("Content-Length"), QByteArray("100000"));
     bool listed = false;

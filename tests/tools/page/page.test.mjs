@@ -234,6 +234,50 @@ test("what a device sends stays text", async () => {
   assert.deepEqual(problems, []);
 });
 
+test("long texts of a device fit a phone", async () => {
+  const long = "x".repeat(400);
+  const items = [["is", "cloudlog"], ...["pn", "ldt", "mode", "fn", "fa", "en", "ed", "pr", long].map(key => [key, long])];
+  await fetch(url + "su/upload", {method: "POST", body: items.map(item => item.join("=")).join("&")});
+  await open("exchanges", {viewport: {width: 390, height: 844}});
+  await waitForRows("exchange-table", 1);
+  await rows("exchange-table").first().click();
+  await page.waitForSelector("#detail .pair");
+  for (const view of ["exchanges", "cloudlog", "devices"]) {
+    await go(view);
+    await page.waitForSelector(`#view-${view} tbody tr`);
+    assert.equal(await page.evaluate(() => document.documentElement.scrollWidth), 390, view);
+  }
+});
+
+test("a carriage return without its line feed is shown", async () => {
+  await fetch(url + "su/upload", {method: "POST", body: "is=a\rb\r\nc"});
+  await open();
+  await waitForRows("exchange-table", 1);
+  await rows("exchange-table").first().click();
+  await page.waitForSelector("#detail .pair");
+  assert.match((await page.locator("#detail pre").allInnerTexts())[0], /\n\nis=a\\x0db\nc$/);
+});
+
+test("what arrives while a list is loaded stays", async () => {
+  await korrin("check");
+  await open();
+  await waitForRows("exchange-table", 2);
+  let answered;
+  const arrived = new Promise(resolve => { answered = resolve; });
+  await page.route("**/exchanges?*", async route => {
+    const response = await route.fetch();
+    await korrin("check");
+    await waitForRows("exchange-table", 4);
+    await route.fulfill({response});
+    answered();
+  }, {times: 1});
+  await page.fill("#exchange-filter [name=q]", "su");
+  await arrived;
+  await go("devices");
+  await page.waitForSelector("#view-devices tbody tr");
+  assert.equal(await rows("exchange-table").count(), 4);
+});
+
 test("the keyboard suffices", async () => {
   await korrin("check");
   await open();
@@ -241,6 +285,8 @@ test("the keyboard suffices", async () => {
   await page.keyboard.press("Tab");
   assert.equal(await page.evaluate(() => document.activeElement.className), "skip");
   await page.focus("#exchange-table tbody tr");
+  await page.evaluate(() => loadExchanges());
+  assert.equal(await page.evaluate(() => document.activeElement.rowIndex), 1, "a list that is loaded anew keeps the focus");
   await page.keyboard.press("ArrowDown");
   await page.keyboard.press("Enter");
   await page.waitForSelector("#detail .pair");

@@ -45,6 +45,9 @@ function cell(text, className = "", name = "") {
   return made;
 }
 
+/** Devices choose these texts: only what is as short as it should be stays on its line. */
+const unbroken = text => text.length <= 32 ? "nowrap" : "";
+
 /** Fills a table and shows the text for an empty one instead where there are no rows. */
 function fill(tableId, rows) {
   const table = byId(tableId);
@@ -94,8 +97,12 @@ function rowKey(event) {
 }
 
 function showExchanges() {
+  const body = byId("exchange-table").tBodies[0];
+  const focused = body.contains(document.activeElement) ? document.activeElement.dataset.id : null;
   const rows = [...exchanges.values()].sort((a, b) => b.id - a.id).map(exchangeRow);
-  byId("exchange-table").tBodies[0].replaceChildren(...rows);
+  body.replaceChildren(...rows);
+  if (focused !== null)
+    body.querySelector(`[data-id="${focused}"]`)?.focus();
   showExchangeFrame();
 }
 
@@ -145,6 +152,14 @@ function exchangeArrived(exchange) {
   arrived.push(exchange);
 }
 
+/** What has arrived since the list was made belongs on top of it. */
+function keepNewer(newestId) {
+  for (const [id, exchange] of exchanges) {
+    if (id <= newestId || !passes(exchange))
+      exchanges.delete(id);
+  }
+}
+
 async function loadExchanges(before = 0) {
   const query = new URLSearchParams({limit: PAGE_ROWS, before, ...filter});
   const asked = query.toString();
@@ -152,9 +167,12 @@ async function loadExchanges(before = 0) {
   if (asked !== new URLSearchParams({limit: PAGE_ROWS, before, ...filter}).toString())
     return; // The filter has changed meanwhile.
   if (!before)
-    exchanges.clear();
-  for (const exchange of found)
-    exchanges.set(exchange.id, exchange);
+    keepNewer(found.length ? found[0].id : 0);
+  for (const exchange of found) {
+    const known = exchanges.get(exchange.id);
+    if (!known || known.duration_ms === null)
+      exchanges.set(exchange.id, exchange);
+  }
   hasOlder = found.length === PAGE_ROWS;
   showExchanges();
 }
@@ -167,11 +185,13 @@ const fromBase64 = text => Uint8Array.from(atob(text), c => c.charCodeAt(0));
 function bytesAsText(bytes) {
   const pre = element("pre", {tabindex: 0});
   let plain = "";
+  let at = 0;
   const flush = () => { pre.append(plain); plain = ""; };
   for (const byte of bytes) {
+    const next = bytes[++at];
     if ((byte >= 32 && byte < 127) || byte === 10 || byte === 9) {
       plain += String.fromCharCode(byte);
-    } else if (byte !== 13) {
+    } else if (byte !== 13 || next !== 10) {
       flush();
       pre.append(element("span", {class: "byte"}, "\\x" + byte.toString(16).padStart(2, "0")));
     }
@@ -272,9 +292,9 @@ async function loadLog() {
     const settings = Object.entries(record.settings).filter(([, value]) => value !== "").map(([key, value]) =>
       element("tr", {}, element("th", {scope: "row"}, key), element("td", {class: "mono"}, value)));
     const failed = record.error !== "0";
-    return element("tr", {}, cell(record.time, "nowrap"), cell(record.product),
-      cell(record.function, "mono nowrap"), cell(record.arguments, "mono"),
-      cell(record.error, failed ? "number bad" : "number", "error"), cell(record.detail, failed ? "bad wide" : "wide"),
+    return element("tr", {}, cell(record.time, unbroken(record.time)), cell(record.product),
+      cell(record.function, "mono " + unbroken(record.function)), cell(record.arguments, "mono"),
+      cell(record.error, (unbroken(record.error) && "number ") + (failed ? "bad" : ""), "error"), cell(record.detail, failed ? "bad wide" : "wide"),
       cell(settings.length ? element("details", {"data-id": record.id, open: open.has(String(record.id))},
         element("summary", {}, settings.length + " set"),
         element("table", {class: "items"}, element("tbody", {}, ...settings))) : "", "wide"));
@@ -447,6 +467,7 @@ function listen() {
     setConnection("live");
     refreshInfo();
     loadFaults().catch(() => {});
+    exchanges.clear(); // Another simulator counts anew.
     load(currentView()); // What happened while there was no connection.
   };
   source.onerror = () => setConnection("lost");
@@ -461,9 +482,9 @@ function listen() {
   source.addEventListener("cleared", () => {
     closeExchange();
     refreshInfo();
-    load(currentView());
     exchanges.clear();
     showExchanges();
+    load(currentView());
   });
 }
 
