@@ -21,13 +21,14 @@ ServiceRequest serviceRequest(const httplib::Request &request, const std::string
     return result;
 }
 
-/// GET requests have their items in the query, POST requests in the body.
+/// GET requests have their items in the query, POST requests in the body: their query is what the
+/// device's address for the server has.
 QueryItems itemsOf(const httplib::Request &request, const std::string &body)
 {
+    if (request.method == "POST")
+        return QueryItems(body);
     const size_t mark = request.target.find('?');
-    const std::string query =
-        mark == std::string::npos ? std::string() : request.target.substr(mark + 1);
-    return QueryItems(request.method == "POST" && query.empty() ? body : query);
+    return QueryItems(mark == std::string::npos ? std::string() : request.target.substr(mark + 1));
 }
 
 Subject subjectOf(const ServiceRequest &request, QueryItems items)

@@ -38,6 +38,7 @@ private Q_SLOTS:
     void download();
     void downloadedBytesAreTheSameEachTime();
     void resultIsReported();
+    void postedItemsCountWhateverTheQuery();
     void updateLogIsReported();
     void remoteAccess_data();
     void remoteAccess();
@@ -189,6 +190,17 @@ void tst_Services::resultIsReported()
     }
     QCOMPARE(first("devices", "devices").value(QLatin1String("last_result")).toString(),
              QStringLiteral("0"));
+}
+
+void tst_Services::postedItemsCountWhateverTheQuery()
+{
+    Handle handle(device(simulator.url() + "?is=chkud&pn=other"));
+    handle.set("send_data_type", "update_log");
+    QCOMPARE(handle.sendData("asked"), 1);
+    QCOMPARE(first("reports", "reports").value(QLatin1String("text")).toString(),
+             QStringLiteral("asked"));
+    QCOMPARE(first("exchanges?is=udlog", "exchanges").value(QLatin1String("target")).toString(),
+             QStringLiteral("/su/upload?is=chkud&pn=other"));
 }
 
 void tst_Services::updateLogIsReported()
