@@ -1,5 +1,6 @@
 #include "simserver.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <sys/socket.h>
@@ -61,16 +62,14 @@ bool hasBody(const httplib::Request &request)
         || request.get_header_value("Content-Length", 0) != "";
 }
 
-std::string readBody(const httplib::Request &request, const httplib::ContentReader &reader)
+/// @return false when the body breaks off or cannot be decoded
+bool readBody(const httplib::Request &request, const httplib::ContentReader &reader,
+              std::string &body)
 {
-    std::string body;
-    if (hasBody(request)) {
-        reader([&](const char *data, size_t size) {
-            body.append(data, size);
-            return true;
-        });
-    }
-    return body;
+    return !hasBody(request) || reader([&](const char *data, size_t size) {
+        body.append(data, size);
+        return true;
+    });
 }
 
 } // namespace
@@ -95,7 +94,13 @@ void SimServer::route()
     };
     const auto withBody = [this](const httplib::Request &request, httplib::Response &response,
                                  const httplib::ContentReader &reader) {
-        handler(request, readBody(request, reader), response);
+        std::string body;
+        if (readBody(request, reader, body)) {
+            handler(request, body, response);
+        } else {
+            response.status = std::max(response.status, 400);
+            response.set_content("The body is not complete.\n", "text/plain; charset=UTF-8");
+        }
     };
     Get(everything, plain); // and HEAD
     Options(everything, plain);

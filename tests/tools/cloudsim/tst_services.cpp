@@ -1,5 +1,6 @@
 #include "curl.h"
 #include "korrinhost.h"
+#include "rawsocket.h"
 #include "simulator.h"
 
 #include <QCryptographicHash>
@@ -7,6 +8,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include <sys/socket.h>
 
 using namespace korrintest;
 
@@ -49,6 +52,7 @@ private Q_SLOTS:
     void uploadIsStored();
     void uploadWithAWrongKeyIsRefused_data();
     void uploadWithAWrongKeyIsRefused();
+    void requestThatBreaksOffIsNotCarriedOut();
     void otherMethodsAndPaths_data();
     void otherMethodsAndPaths();
 
@@ -392,6 +396,20 @@ void tst_Services::uploadWithAWrongKeyIsRefused()
                                    .toString()
                                    .toLatin1());
     QVERIFY2(answer.contains("<Error><Code>" + code + "</Code>"), answer.constData());
+}
+
+void tst_Services::requestThatBreaksOffIsNotCarriedOut()
+{
+    RawSocket device(connectTo(quint16(QUrl(QString::fromLatin1(simulator.url())).port())));
+    QVERIFY(device.send("POST /su/upload HTTP/1.1\r\nHost: a\r\nContent-Length: 100\r\n\r\n"
+                        "is=cloudlog&pn=KX-100&en=0"));
+    shutdown(device.descriptor(), SHUT_WR);
+    const QByteArray answer = device.readSome();
+    QVERIFY2(answer.startsWith("HTTP/1.1 400 "), answer.constData());
+    QVERIFY(list("cloudlog", "records").isEmpty());
+    const QJsonObject exchange = first("exchanges", "exchanges");
+    QCOMPARE(exchange.value(QLatin1String("path")).toString(), QStringLiteral("/su/upload"));
+    QCOMPARE(exchange.value(QLatin1String("status")).toInt(), 400);
 }
 
 void tst_Services::otherMethodsAndPaths_data()
