@@ -94,6 +94,8 @@ mode_t modeFor(const std::string &target)
             throw Failure(EXIT_SYSTEM, target + " is not a regular file");
         return status.st_mode & 07777;
     }
+    if (lstat(target.c_str(), &status) == 0)
+        throw Failure(EXIT_SYSTEM, target + " is a link that leads nowhere");
     const mode_t mask = umask(0);
     umask(mask);
     return 0666 & ~mask;

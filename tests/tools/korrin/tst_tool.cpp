@@ -703,6 +703,12 @@ void tst_Tool::fileThatCannotBeReplaced()
         run(QStringLiteral("recv-file directory --config device.conf -p ") + BIG_FILE);
     QCOMPARE(directory.exitStatus, 5);
     QVERIFY2(directory.err.contains("not a regular file"), directory.err.constData());
+    QVERIFY(QFile::link(QStringLiteral("nowhere"), path(QStringLiteral("link"))));
+    const ToolResult link =
+        run(QStringLiteral("recv-file link --config device.conf -p ") + BIG_FILE);
+    QCOMPARE(link.exitStatus, 5);
+    QVERIFY2(link.err.contains("link is a link that leads nowhere"), link.err.constData());
+    QVERIFY(QFileInfo(path(QStringLiteral("link"))).isSymLink());
     const ToolResult absent =
         run(QStringLiteral("recv-file absent/x --config device.conf -p ") + BIG_FILE);
     QCOMPARE(absent.exitStatus, 5);
