@@ -93,6 +93,7 @@ private Q_SLOTS:
     void sendFileAppendsTheFilesName_data();
     void sendFileAppendsTheFilesName();
     void checkAndReceiveUseTheBareFunctionPaths();
+    void localFilesAreNeverWritten();
     void binaryBodyArrivesByteForByte();
 
 private:
@@ -358,6 +359,22 @@ void tst_S3Upload::checkAndReceiveUseTheBareFunctionPaths()
     QCOMPARE(handle.recvData(), 1);
     QCOMPARE(server->requests().at(0).startLine, QByteArray("GET /search HTTP/1.1"));
     QCOMPARE(server->requests().at(1).startLine, QByteArray("GET /download HTTP/1.1"));
+}
+
+void tst_S3Upload::localFilesAreNeverWritten()
+{
+    const QString path = directory.filePath(QStringLiteral("victim"));
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("precious");
+    file.close();
+    Handle handle(s3Parameters(QUrl::fromLocalFile(path).toEncoded()));
+    QCOMPARE(handle.sendData("x"), 0);
+    QCOMPARE(
+        handle.errorDetail(),
+        QByteArray("network protocol error (QNetworkReply: 301 Protocol \"file\" is unknown)"));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), QByteArray("precious"));
 }
 
 void tst_S3Upload::binaryBodyArrivesByteForByte()

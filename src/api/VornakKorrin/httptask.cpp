@@ -34,6 +34,7 @@ const QString HTTPS_SCHEME = QStringLiteral("https");
 const QString TRACED_CONTENT_TYPE = QStringLiteral("text/");
 const QString CONNECTION_CLOSED = QStringLiteral("Connection closed");
 const QByteArray POST_VERB = QByteArrayLiteral("POST");
+const QByteArray PUT_VERB = QByteArrayLiteral("PUT");
 
 /// Qt's code for a failed exchange, with every answer of status 400 and up among the content
 /// errors: since Qt 5.3 some of them have groups or codes of their own.
@@ -270,7 +271,8 @@ QNetworkReply *HttpTask::postFunc()
 
 QNetworkReply *HttpTask::putFunc()
 {
-    return manager->put(request, getSendData());
+    // QNetworkAccessManager::put() would write a local file when the URL names one.
+    return manager->sendCustomRequest(request, PUT_VERB, getSendData());
 }
 
 bool HttpTask::init()
