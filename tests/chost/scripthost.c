@@ -5,6 +5,7 @@
  *   send H DATA SIZE | recv H | recvnull H data|size|both | sendfile H PATH | recvfile H PATH
  *   stderr PATH   send standard error to a file from now on
  *   locale        setlocale(LC_ALL, NULL)
+ *   descriptors N open files until only N more can be opened; -1 closes them again
  *
  * H is a number that "create" gave, "null", or "foreign" for a pointer that is no handle. KEY,
  * VALUE, DATA and PATH are hexadecimal bytes, "-" for an empty text or "null" for a null pointer. */
@@ -16,9 +17,10 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
-enum { MAX_HANDLES = 64, MAX_WORDS = 5, MAX_LINE = 8 * 1024 * 1024 };
+enum { MAX_HANDLES = 64, MAX_FILLERS = 256, MAX_WORDS = 5, MAX_LINE = 8 * 1024 * 1024 };
 
 static struct KorrinLib lib;
 static void *handles[MAX_HANDLES];
@@ -88,6 +90,19 @@ static void redirectErrors(const char *path)
     answer(1, "", 0);
 }
 
+static void leaveDescriptors(int count)
+{
+    static int fillers[MAX_FILLERS];
+    static int fillerCount;
+    const struct rlimit few = {MAX_FILLERS, MAX_FILLERS};
+    setrlimit(RLIMIT_NOFILE, &few);
+    while (fillerCount < MAX_FILLERS && (fillers[fillerCount] = dup(STDOUT_FILENO)) >= 0)
+        ++fillerCount;
+    for (int i = count < 0 ? fillerCount : count; i > 0; --i)
+        close(fillers[--fillerCount]);
+    answer(1, "", 0);
+}
+
 static void create(void)
 {
     handles[handleCount] = lib.createHandle();
@@ -133,6 +148,8 @@ static void run(char **words)
         redirectErrors(toBytes(words[1]));
     else if (strcmp(command, "locale") == 0)
         answerText(1, setlocale(LC_ALL, NULL));
+    else if (strcmp(command, "descriptors") == 0)
+        leaveDescriptors(atoi(words[1]));
     else
         answerText(-1, "unknown command");
 }

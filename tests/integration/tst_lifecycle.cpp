@@ -36,6 +36,8 @@ private Q_SLOTS:
     void nonAsciiTextInAHostWithoutSetlocale();
     void environmentsProxiesChangeNothing_data();
     void environmentsProxiesChangeNothing();
+    void exhaustedDescriptorsDoNotEndTheHost_data();
+    void exhaustedDescriptorsDoNotEndTheHost();
 
 private:
     QByteArray runThreadHost(const QByteArray &mode,
@@ -263,6 +265,32 @@ void tst_Lifecycle::environmentsProxiesChangeNothing()
     const QString deadProxy = QStringLiteral("http://127.0.0.1:%1").arg(proxy.number());
     QCOMPARE(runThreadHost("main", {{variable, deadProxy}}), QByteArray());
     QCOMPARE(server.requestCount(), 1);
+}
+
+void tst_Lifecycle::exhaustedDescriptorsDoNotEndTheHost_data()
+{
+    QTest::addColumn<QByteArray>("left");
+    for (const char *left : {"0", "1", "2", "3", "4", "5"})
+        QTest::newRow(left) << QByteArray(left);
+}
+
+void tst_Lifecycle::exhaustedDescriptorsDoNotEndTheHost()
+{
+    QFETCH(QByteArray, left);
+    ScriptHost host;
+    host.call("descriptors " + left);
+    QCOMPARE(host.call("open").result, 0);
+    host.call("descriptors -1");
+    QCOMPARE(host.call("open").result, 1);
+    const QByteArray handle = host.create();
+    host.set(handle, "server_url", server.url());
+    host.set(handle, "product_no", "PN");
+    host.set(handle, "mode", "remote_access");
+    host.call("descriptors " + left);
+    QCOMPARE(host.check(handle), 0);
+    QCOMPARE(host.get(handle, "error_no"), QByteArray("401"));
+    host.call("descriptors -1");
+    QCOMPARE(host.check(handle), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_Lifecycle)

@@ -1,5 +1,7 @@
 #include "applicationobject.h"
 
+#include "descriptors.h"
+
 #include <QCoreApplication>
 
 #include <chrono>
@@ -144,8 +146,10 @@ void ApplicationObject::create()
         delete holder;
         holder = nullptr;
     }
-    if (!holder && !QCoreApplication::instance())
+    if (!holder && !QCoreApplication::instance()) {
+        Descriptors::require();
         holder = new Holder;
+    }
 }
 
 void ApplicationObject::destroy()

@@ -3,6 +3,7 @@
 #include "bytearraysize.h"
 #include "cloudhandle.h"
 #include "debugoutput.h"
+#include "descriptors.h"
 #include "handlemanager.h"
 #include "qtcompat.h"
 #include "requestquery.h"
@@ -82,6 +83,7 @@ HttpTask::HttpTask(void *taskHandle, QObject *parent)
       record(HandleManager::getInstance()->acquire(taskHandle)), timeoutMs(DEFAULT_TIMEOUT_MS)
 {
     try {
+        Descriptors::require();
         manager = new QNetworkAccessManager(this);
         eventLoop = new QEventLoop(this);
         timer = new QTimer(this);

@@ -41,7 +41,8 @@
  *   korrinDisposeHandle() and korrinClose(), which end what runs on a handle. korrinOpen() must not
  *   run beside other calls.
  * - Out of memory. The call returns its failure value and stores error 401. A C++ host may see a
- *   std::bad_alloc leave a call when memory ends before the call's work has begun.
+ *   std::bad_alloc leave a call when memory ends before the call's work has begun. A process that
+ *   cannot open eight more files and sockets counts as out of memory for opening and exchanges.
  * - Signals. Qt ignores SIGPIPE from its first socket write on.
  */
 #ifndef KORRIN_H

@@ -1,0 +1,14 @@
+#ifndef KORRIN_DESCRIPTORS_H
+#define KORRIN_DESCRIPTORS_H
+
+namespace Descriptors
+{
+
+/// Throws std::bad_alloc unless the process may open the files and sockets that an exchange needs.
+///
+/// Qt ends the process when there is none left for the event loop of a thread.
+void require();
+
+} // namespace Descriptors
+
+#endif
