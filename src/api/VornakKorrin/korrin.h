@@ -43,6 +43,8 @@
  * - Out of memory. The call returns its failure value and stores error 401. A C++ host may see a
  *   std::bad_alloc leave a call when memory ends before the call's work has begun. A process that
  *   cannot open eight more files and sockets counts as out of memory for opening and exchanges.
+ * - Forking. A child made by fork() has no use of a library that its parent has open: fork first,
+ *   then open. A library that is closed may be opened in either.
  * - Signals. Qt ignores SIGPIPE from its first socket write on.
  */
 #ifndef KORRIN_H
@@ -73,9 +75,10 @@ extern "C" {
 /** Base URL of the server, http or https; its path is replaced in each request. In mode
  *  "s3_upload": the bucket's address, ending in "/", to which the file's name is appended. */
 #define KORRIN_KEY_SERVER_URL "server_url"
-/** Longest silence of an exchange in whole seconds; each byte sent or received starts it anew.
- *  Default: 30, also for 0, negative values and text. From 2147484 on the milliseconds wrap around
- *  32 bits; a negative result means no time-out. */
+/** Longest silence of an exchange in whole seconds; whatever is sent, the complete head of the
+ *  answer and each piece of its body start it anew. Default: 30, also for 0, negative values and
+ *  text. From 2147484 on the milliseconds wrap around 32 bits; a negative result means no
+ *  time-out. */
 #define KORRIN_KEY_RECV_TIMEOUT "recv_timeout"
 /** Language of the server's messages, e.g. "en"; query item "lang". Default: empty. */
 #define KORRIN_KEY_LANGUAGE_CODE "language_code"
