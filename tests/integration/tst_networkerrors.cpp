@@ -267,6 +267,7 @@ void tst_NetworkErrors::serverUrlThatReachesNoNetwork_data()
     QTest::newRow("no scheme") << QByteArray("127.0.0.1/") << QByteArray();
     QTest::newRow("only a port") << QByteArray("//127.0.0.1:80/") << QByteArray();
     QTest::newRow("unknown scheme") << QByteArray("foo://127.0.0.1/") << QByteArray("foo");
+    QTest::newRow("order to Qt") << QByteArray("preconnect-http://127.0.0.1/") << QByteArray();
     QTest::newRow("scheme in upper case") << QByteArray("FOO://127.0.0.1/") << QByteArray("foo");
 }
 

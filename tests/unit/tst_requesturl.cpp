@@ -46,6 +46,8 @@ void tst_RequestUrl::invalidTextsGiveAnEmptyUrl_data()
     QTest::newRow("port too large") << QStringLiteral("http://h:99999/");
     QTest::newRow("port is no number") << QStringLiteral("http://h:80a.zip");
     QTest::newRow("unclosed bracket") << QStringLiteral("http://[::1/");
+    QTest::newRow("order to Qt") << QStringLiteral("preconnect-http://h/");
+    QTest::newRow("order to Qt, TLS") << QStringLiteral("PRECONNECT-https://h/");
     QTest::newRow("blank in the host") << QStringLiteral("http://a b/");
 }
 

@@ -1,12 +1,20 @@
 #include "requesturl.h"
 
+namespace
+{
+
+// Qt's own schemes for connecting ahead of a request: nothing would be asked, and all be well.
+const QString PRECONNECT_SCHEMES = QStringLiteral("preconnect-");
+
+} // namespace
+
 QUrl RequestUrl::fromText(const QString &text)
 {
     QString encoded = text;
     encoded.replace(QLatin1String("%20"), QLatin1String(" "));
     encoded.replace(QLatin1Char('%'), QLatin1String("%25"));
     const QUrl url(encoded, QUrl::TolerantMode);
-    return url.isValid() ? url : QUrl();
+    return url.isValid() && !url.scheme().startsWith(PRECONNECT_SCHEMES) ? url : QUrl();
 }
 
 QString RequestUrl::toText(const QUrl &url)
