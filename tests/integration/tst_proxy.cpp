@@ -85,6 +85,8 @@ private Q_SLOTS:
     void credentialsWaitForAChallenge();
     void secondChallengeIsNotAnswered_data();
     void secondChallengeIsNotAnswered();
+    void endlessChallengesEndAnUpload_data();
+    void endlessChallengesEndAnUpload();
     void challengeWithoutCredentialsFails_data();
     void challengeWithoutCredentialsFails();
     void nextCallAnswersAgain();
@@ -346,6 +348,38 @@ void tst_Proxy::secondChallengeIsNotAnswered()
     QCOMPARE(proxy.challengeCount(), 2);
     QCOMPARE(proxy.requests().at(1).header("Proxy-Authorization"), basic("user:secret"));
     QCOMPARE(server->connectionCount(), 0);
+}
+
+void tst_Proxy::endlessChallengesEndAnUpload_data()
+{
+    QTest::addColumn<bool>("proxy");
+    QTest::addColumn<int>("size");
+    QTest::addColumn<QByteArray>("error");
+    const QByteArray content = "303|network content error.( )";
+    QTest::newRow("proxy") << true << 1 << PROXY_ERROR;
+    QTest::newRow("proxy, large body") << true << 300000 << PROXY_ERROR;
+    QTest::newRow("server") << false << 1 << content;
+    QTest::newRow("server, large body") << false << 300000 << content;
+}
+
+void tst_Proxy::endlessChallengesEndAnUpload()
+{
+    QFETCH(bool, proxy);
+    QFETCH(int, size);
+    QFETCH(QByteArray, error);
+    const QByteArray challenge = proxy
+        ? answer(407, "Again", "text/plain", "no", {"Proxy-Authenticate: NTLM"})
+        : answer(401, "Again", "text/plain", "no", {"WWW-Authenticate: NTLM"});
+    server->setHandler([challenge](Connection &connection, const HttpRequest &) {
+        connection.send(challenge);
+        connection.keepAlive = true;
+    });
+    const QByteArray url = server->url().replace("//", "//user:password@");
+    Handle handle(baseParameters(proxy ? QByteArray("http://cloud.invalid/") : url, "s3_upload"));
+    if (proxy)
+        handle.set("http_proxy", url);
+    QCOMPARE(handle.sendData(QByteArray(size, 'x')), 0);
+    QCOMPARE(numberAndText(handle), error);
 }
 
 void tst_Proxy::challengeWithoutCredentialsFails_data()

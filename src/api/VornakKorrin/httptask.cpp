@@ -31,9 +31,12 @@ constexpr quint32 MS_PER_SECOND = 1000;
 constexpr qsizetype MAX_TRACED_SEND_BYTES = 1000000;
 // Bounds what waits between Qt's HTTP thread and the task, when the network is the faster of them.
 constexpr qint64 READ_BUFFER_BYTES = 4 * 1024 * 1024;
+// More than connections lost on the way and a chain of challenges take.
+constexpr int MAX_UPLOAD_STARTS = 20;
 const QString HTTPS_SCHEME = QStringLiteral("https");
 const QString TRACED_CONTENT_TYPE = QStringLiteral("text/");
 const QString CONNECTION_CLOSED = QStringLiteral("Connection closed");
+const QString TOO_MANY_CHALLENGES = QStringLiteral("Authentication does not end");
 const QByteArray POST_VERB = QByteArrayLiteral("POST");
 const QByteArray PUT_VERB = QByteArrayLiteral("PUT");
 
@@ -224,6 +227,8 @@ bool HttpTask::startRequest(QNetworkReply *(HttpTask::*send)())
 
 void HttpTask::sendRequest()
 {
+    uploadedBytes = 0;
+    uploadStarts = 0;
     reply = (this->*sendFunc)();
     connectReply();
     restartTimer();
@@ -303,6 +308,21 @@ void HttpTask::httpHeadersReceived()
 void HttpTask::httpUploadProgress(qint64 bytesSend, qint64 bytesTotal)
 {
     traceProgress(QStringLiteral("(Sending...)"), bytesSend, bytesTotal);
+    if (bytesSend <= uploadedBytes && ++uploadStarts > MAX_UPLOAD_STARTS)
+        refuseEndlessChallenges();
+    uploadedBytes = bytesSend;
+}
+
+// Qt answers an NTLM challenge that names no challenge with its first message, however often that
+// is refused; sending the body again and again would be taken for progress for ever.
+void HttpTask::refuseEndlessChallenges()
+{
+    const bool isProxys = manager->proxy().type() != QNetworkProxy::NoProxy;
+    setNetworkError(isProxys ? QNetworkReply::ProxyAuthenticationRequiredError
+                             : QNetworkReply::AuthenticationRequiredError,
+                    TOO_MANY_CHALLENGES);
+    abandonReply();
+    eventLoop->quit();
 }
 
 void HttpTask::httpDownloadProgress(qint64 bytesRecv, qint64 bytesTotal)

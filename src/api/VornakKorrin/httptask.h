@@ -89,6 +89,7 @@ private:
                                            void (HttpTask::*slot)(Arguments...));
 
     void repeatWithTunnelCredentials();
+    void refuseEndlessChallenges();
     void traceRequest() const;
     void traceProgress(const QString &label, qint64 bytes, qint64 bytesTotal);
     void httpHeadersReceived();
@@ -113,6 +114,8 @@ private:
     QMetaObject::Connection proxyConnection;
     bool isTunnelChallenged = false; ///< by the proxy, with the credentials still to be sent
     QNetworkReply *(HttpTask::*sendFunc)() = nullptr; ///< of this exchange
+    qint64 uploadedBytes = 0;                         ///< at the last progress of the upload
+    int uploadStarts = 0;                             ///< how often the upload has begun
 
     QNetworkAccessManager *manager = nullptr; ///< children of the task
     QEventLoop *eventLoop = nullptr;
