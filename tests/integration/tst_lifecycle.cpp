@@ -288,7 +288,9 @@ void tst_Lifecycle::exhaustedDescriptorsDoNotEndTheHost()
     host.set(handle, "mode", "remote_access");
     host.call("descriptors " + left);
     QCOMPARE(host.check(handle), 0);
-    QCOMPARE(host.get(handle, "error_no"), QByteArray("401"));
+    QCOMPARE(host.get(handle, "error_no"), QByteArray("301"));
+    QCOMPARE(host.get(handle, "error_detail"),
+             QByteArray("network connection error. (QNetworkReply: 99 Too many open files)"));
     host.call("descriptors -1");
     QCOMPARE(host.check(handle), 1);
 }

@@ -147,7 +147,8 @@ void ApplicationObject::create()
         holder = nullptr;
     }
     if (!holder && !QCoreApplication::instance()) {
-        Descriptors::require();
+        if (!Descriptors::areLeft())
+            throw std::bad_alloc();
         holder = new Holder;
     }
 }

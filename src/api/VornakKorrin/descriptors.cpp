@@ -1,7 +1,5 @@
 #include "descriptors.h"
 
-#include <new>
-
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -13,7 +11,7 @@ constexpr int NEEDED = 8;
 
 } // namespace
 
-void Descriptors::require()
+bool Descriptors::areLeft()
 {
     int descriptors[NEEDED];
     int count = 0;
@@ -21,6 +19,5 @@ void Descriptors::require()
         ++count;
     for (int i = 0; i < count; ++i)
         close(descriptors[i]);
-    if (count < NEEDED)
-        throw std::bad_alloc();
+    return count == NEEDED;
 }

@@ -4,10 +4,10 @@
 namespace Descriptors
 {
 
-/// Throws std::bad_alloc unless the process may open the files and sockets that an exchange needs.
+/// Whether the process may open the files and sockets that an exchange needs.
 ///
 /// Qt ends the process when there is none left for the event loop of a thread.
-void require();
+bool areLeft();
 
 } // namespace Descriptors
 

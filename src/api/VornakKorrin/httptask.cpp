@@ -36,6 +36,7 @@ constexpr int MAX_UPLOAD_STARTS = 20;
 const QString HTTPS_SCHEME = QStringLiteral("https");
 const QString TRACED_CONTENT_TYPE = QStringLiteral("text/");
 const QString CONNECTION_CLOSED = QStringLiteral("Connection closed");
+const QString NO_DESCRIPTORS = QStringLiteral("Too many open files");
 const QString TOO_MANY_CHALLENGES = QStringLiteral("Authentication does not end");
 const QByteArray POST_VERB = QByteArrayLiteral("POST");
 const QByteArray PUT_VERB = QByteArrayLiteral("PUT");
@@ -85,8 +86,12 @@ HttpTask::HttpTask(void *taskHandle, QObject *parent)
     : QObject(parent), handle(taskHandle),
       record(HandleManager::getInstance()->acquire(taskHandle)), timeoutMs(DEFAULT_TIMEOUT_MS)
 {
+    if (!Descriptors::areLeft()) {
+        setNetworkError(QNetworkReply::UnknownNetworkError, NO_DESCRIPTORS);
+        error.saveToHandle(handle);
+        return;
+    }
     try {
-        Descriptors::require();
         manager = new QNetworkAccessManager(this);
         eventLoop = new QEventLoop(this);
         timer = new QTimer(this);

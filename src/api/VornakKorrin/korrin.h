@@ -41,8 +41,9 @@
  *   korrinDisposeHandle() and korrinClose(), which end what runs on a handle. korrinOpen() must not
  *   run beside other calls.
  * - Out of memory. The call returns its failure value and stores error 401. A C++ host may see a
- *   std::bad_alloc leave a call when memory ends before the call's work has begun. A process that
- *   cannot open eight more files and sockets counts as out of memory for opening and exchanges.
+ *   std::bad_alloc leave a call when memory ends before the call's work has begun.
+ * - Out of files. In a process that cannot open eight more files and sockets korrinOpen() fails, and
+ *   so does each exchange, with error 301 and "Too many open files" in its detail.
  * - Forking. A child made by fork() has no use of a library that its parent has open: fork first,
  *   then open. A library that is closed may be opened in either.
  * - Signals. Qt ignores SIGPIPE from its first socket write on.
