@@ -1,5 +1,5 @@
-# The one place that knows the Qt major. Everything else links Korrin::Qt, Korrin::QtCore, and tests
-# Korrin::QtTest.
+# The one place that knows the Qt major. Everything else links Korrin::Qt, Korrin::QtCore or
+# Korrin::QtNetwork, and tests Korrin::QtTest.
 set(KORRIN_QT_MAJOR 6 CACHE STRING "Qt major version to build against: 5 or 6")
 set_property(CACHE KORRIN_QT_MAJOR PROPERTY STRINGS 5 6)
 
@@ -30,6 +30,11 @@ target_compile_definitions(korrin_qt INTERFACE
 add_library(korrin_qt_core INTERFACE)
 add_library(Korrin::QtCore ALIAS korrin_qt_core)
 target_link_libraries(korrin_qt_core INTERFACE Qt${KORRIN_QT_MAJOR}::Core)
+
+# For what uses the network without the SAX reader.
+add_library(korrin_qt_network INTERFACE)
+add_library(Korrin::QtNetwork ALIAS korrin_qt_network)
+target_link_libraries(korrin_qt_network INTERFACE Qt${KORRIN_QT_MAJOR}::Network)
 
 if(KORRIN_BUILD_TESTS)
   find_package(Qt${KORRIN_QT_MAJOR} REQUIRED COMPONENTS Test)
