@@ -3,6 +3,7 @@
 
 #include <QElapsedTimer>
 #include <QPointer>
+#include <QSemaphore>
 #include <QTimer>
 #include <QtTest>
 
@@ -46,6 +47,7 @@ private Q_SLOTS:
     void closingInsideACall();
     void closingAndReopeningInsideACall();
     void callFromInsideTheHostsLoop();
+    void busyHostLeavesTheBodyWithTheServer();
 
 private:
     /// Does something inside the nested event loop, as soon as the server has @p requests.
@@ -247,6 +249,36 @@ void tst_QtHost::callFromInsideTheHostsLoop()
     });
     loop.exec();
     QCOMPARE(result, 1);
+}
+
+/// What arrives while the host's thread does something else must not pile up in memory.
+void tst_QtHost::busyHostLeavesTheBodyWithTheServer()
+{
+    constexpr int PIECES = 64;
+    const QByteArray piece(1024 * 1024, 'x');
+    QSemaphore hostIsBusy;
+    std::atomic<int> sent{0};
+    server->setHandler([&](Connection &connection, const HttpRequest &) {
+        hostIsBusy.acquire();
+        connection.send("HTTP/1.1 200 OK\r\nContent-Length: "
+                        + QByteArray::number(PIECES * piece.size()) + "\r\n\r\n");
+        while (sent < PIECES && connection.send(piece))
+            ++sent;
+    });
+    int sentWhileBusy = 0;
+    whenRequested(1, [&] {
+        hostIsBusy.release();
+        do {
+            sentWhileBusy = sent;
+            QThread::msleep(200);
+        } while (sentWhileBusy < sent);
+    });
+    Handle handle(baseParameters(server->url(), "remote_access"));
+    QByteArray received;
+    QCOMPARE(handle.recvData(&received), 1);
+    QCOMPARE(received.size(), PIECES * piece.size());
+    // The rest is what the kernel's buffers hold.
+    QVERIFY2(sentWhileBusy < PIECES / 2, QByteArray::number(sentWhileBusy).constData());
 }
 
 QTEST_GUILESS_MAIN(tst_QtHost)

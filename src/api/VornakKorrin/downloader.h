@@ -12,6 +12,9 @@ public:
     using HttpTask::HttpTask;
 
     bool start() override;
+
+protected:
+    QNetworkReply *getFunc() override;
 };
 
 #endif

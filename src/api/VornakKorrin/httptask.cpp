@@ -29,8 +29,6 @@ constexpr int CONSTRUCTOR_LINE = 47;
 constexpr int DEFAULT_TIMEOUT_MS = 30000;
 constexpr quint32 MS_PER_SECOND = 1000;
 constexpr qsizetype MAX_TRACED_SEND_BYTES = 1000000;
-// Bounds what waits between Qt's HTTP thread and the task, when the network is the faster of them.
-constexpr qint64 READ_BUFFER_BYTES = 4 * 1024 * 1024;
 // More than connections lost on the way and a chain of challenges take.
 constexpr int MAX_UPLOAD_STARTS = 20;
 const QString HTTPS_SCHEME = QStringLiteral("https");

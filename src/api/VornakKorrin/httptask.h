@@ -46,6 +46,9 @@ public:
     bool ready = false; ///< construction has completed; start() fails at once otherwise
 
 protected:
+    /// Bounds what waits between Qt's HTTP thread and the task, when the network is the faster.
+    static constexpr qint64 READ_BUFFER_BYTES = 2 * 1024 * 1024;
+
     bool startGetRequest();
     bool startPostRequest();
     bool startPutRequest();
