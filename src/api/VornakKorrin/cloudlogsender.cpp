@@ -161,6 +161,7 @@ bool CloudLogSender::start()
 
 bool CloudLogSender::sendThisData()
 {
+    uploader->keepsConnection = false;
     return post(sendData);
 }
 
@@ -180,6 +181,7 @@ bool CloudLogSender::sendFromFile()
     if (!file.openForSending())
         return false;
     QByteArray record;
+    uploader->keepsConnection = true;
     while (file.readRecord(&record)) {
         if (!post(record) && !isRefusedByServer())
             return file.keepRest();

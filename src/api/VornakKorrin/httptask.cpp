@@ -225,6 +225,8 @@ bool HttpTask::startRequest(QNetworkReply *(HttpTask::*send)())
         error.saveToHandle(handle);
         return false;
     }
+    if (!keepsConnection)
+        manager->clearConnectionCache();
     return processResponse();
 }
 

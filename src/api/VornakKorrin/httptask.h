@@ -44,6 +44,9 @@ public:
 
     QNetworkRequest request;
     bool ready = false; ///< construction has completed; start() fails at once otherwise
+    /// The next exchange may use the same connection. Otherwise Qt's HTTP thread ends before the
+    /// answer is judged, while it is still awake.
+    bool keepsConnection = false;
 
 protected:
     /// Bounds what waits between Qt's HTTP thread and the task, when the network is the faster.
