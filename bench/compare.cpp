@@ -29,6 +29,7 @@ struct Row {
     const char *othersOperation; ///< null: the row has the first program alone
     int exchanges;
     int runsPerRound;
+    bool isStart = false; ///< measured from the start of the process on
 };
 
 // Of the small exchanges many, so that what a run takes to start does not show.
@@ -39,7 +40,7 @@ const std::vector<Row> ROWS = {
     {"receive-streamed", "receive", "receive-streamed", 1, 1},
     {"upload", "upload", "upload", 1, 1},
     {"upload-streamed", "upload", "upload-streamed", 1, 1},
-    {"start", "check", "check", 1, 5},
+    {"start", "check", "check", 1, 5, true},
     {"kept", "kept", nullptr, 1000, 1},
 };
 
@@ -139,27 +140,36 @@ private:
     {
         const bool isReceive = operation.rfind("receive", 0) == 0;
         std::remove(targetFile().c_str());
-        timespec start = {};
-        clock_gettime(CLOCK_MONOTONIC, &start);
-        Process client({program, operation, url, std::to_string(row.exchanges),
-                        isReceive ? targetFile() : sourceFile()});
-        long long firstAnswer = 0;
-        long long wall = 0;
-        long long processor = 0;
-        const bool isMeasured = std::sscanf(client.readLine().c_str(), "%lld %lld %lld",
-                                            &firstAnswer, &wall, &processor)
-            == 3;
-        const long peakKib = client.wait();
-        if (!isMeasured || peakKib < 0)
-            fail(row, program, "failed");
+        const Figures figures =
+            measureRun(row, program, operation, isReceive ? targetFile() : sourceFile());
         if (!(seen() == expected(operation, row.exchanges)))
             fail(row, program, "the server has seen something else");
         if (isReceive && !isTargetComplete())
             fail(row, program, "the file is not what was sent");
-        if (std::string(row.name) == "start")
-            wall = firstAnswer - (start.tv_sec * 1000000000LL + start.tv_nsec);
-        return {static_cast<double>(wall) / 1e9, static_cast<double>(processor) / 1e9,
-                static_cast<double>(peakKib)};
+        return figures;
+    }
+
+    Figures measureRun(const Row &row, const std::string &program, const std::string &operation,
+                       const std::string &file) const
+    {
+        timespec start = {};
+        clock_gettime(CLOCK_MONOTONIC, &start);
+        Process client({program, operation, url, std::to_string(row.exchanges), file});
+        long long firstAnswer = 0;
+        long long time = 0;
+        long long processor = 0;
+        const bool isMeasured = std::sscanf(client.readLine().c_str(), "%lld %lld %lld",
+                                            &firstAnswer, &time, &processor)
+            == 3;
+        const Process::Usage usage = client.wait();
+        if (!isMeasured || !usage.succeeded)
+            fail(row, program, "failed");
+        if (row.isStart) {
+            time = firstAnswer - (start.tv_sec * 1000000000LL + start.tv_nsec);
+            return {static_cast<double>(time) / 1e9, usage.processorSeconds, usage.peakKib};
+        }
+        return {static_cast<double>(time) / 1e9, static_cast<double>(processor) / 1e9,
+                usage.peakKib};
     }
 
     void compare(const Row &row)

@@ -1,11 +1,7 @@
-// The library as a host has it that loads it with dlopen and knows nothing of Qt.
+// The library as a host has it that links with it and knows nothing of Qt.
 
 #include "client.h"
 #include "korrin.h"
-
-extern "C" {
-#include "korrinlib.h"
-}
 
 #include <cstdio>
 #include <fstream>
@@ -13,7 +9,6 @@ extern "C" {
 namespace
 {
 
-KorrinLib korrin;
 void *handle = nullptr;
 
 std::string directoryOf(const std::string &file)
@@ -32,7 +27,7 @@ const char *modeOf(const std::string &operation)
 
 void set(const char *key, const std::string &value)
 {
-    korrin.setParameter(handle, key, value.c_str());
+    korrinSetParameter(handle, key, value.c_str());
 }
 
 void setUp(const Job &job)
@@ -58,7 +53,7 @@ void keepRecords(const Job &job)
 bool report(int result)
 {
     if (!result)
-        std::fprintf(stderr, "%s\n", korrin.getParameter(handle, KORRIN_KEY_ERROR_DETAIL));
+        std::fprintf(stderr, "%s\n", korrinGetParameter(handle, KORRIN_KEY_ERROR_DETAIL));
     return result != 0;
 }
 
@@ -66,18 +61,17 @@ bool report(int result)
 
 Exchange exchangeFor(const Job &job)
 {
-    loadKorrin(&korrin);
-    if (!korrin.open() || !(handle = korrin.createHandle()))
+    if (!korrinOpen() || !(handle = korrinCreateHandle()))
         return {};
     setUp(job);
     if (job.operation == "kept")
         keepRecords(job);
     if (job.operation == "check" || job.operation == "log" || job.operation == "kept")
-        return [] { return report(korrin.checkEnable(handle)); };
+        return [] { return report(korrinCheckEnable(handle)); };
     if (job.operation == "receive")
-        return [=] { return report(korrin.recvFile(handle, job.file.c_str())); };
+        return [=] { return report(korrinRecvFile(handle, job.file.c_str())); };
     if (job.operation == "upload")
-        return [=] { return report(korrin.sendFile(handle, job.file.c_str())); };
+        return [=] { return report(korrinSendFile(handle, job.file.c_str())); };
     return {};
 }
 

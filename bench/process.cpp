@@ -12,6 +12,11 @@ namespace
 
 using Pipe = std::array<int, 2>; // the end to read from, the end to write to
 
+double secondsOf(const timeval &time)
+{
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
 Pipe makePipe()
 {
     Pipe ends = {-1, -1};
@@ -65,16 +70,16 @@ std::string Process::readLine()
     return std::fgets(line, sizeof line, output) ? line : "";
 }
 
-long Process::wait()
+Process::Usage Process::wait()
 {
     if (input)
         std::fclose(input);
     input = nullptr;
-    if (pid < 0)
-        return -1;
     int status = 0;
     rusage usage = {};
-    const bool ended = wait4(pid, &status, 0, &usage) == pid;
+    const bool ended = pid > 0 && wait4(pid, &status, 0, &usage) == pid;
     pid = -1;
-    return ended && WIFEXITED(status) && WEXITSTATUS(status) == 0 ? usage.ru_maxrss : -1;
+    return {ended && WIFEXITED(status) && WEXITSTATUS(status) == 0,
+            secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime),
+            static_cast<double>(usage.ru_maxrss)};
 }

@@ -19,8 +19,14 @@ public:
     /// The next line of its output, empty at its end.
     std::string readLine();
 
-    /// Closes its input and waits for its end. @return its peak memory in KiB, or -1 if it failed
-    long wait();
+    struct Usage {
+        bool succeeded;
+        double processorSeconds;
+        double peakKib;
+    };
+
+    /// Closes its input and waits for its end.
+    Usage wait();
 
 private:
     pid_t pid = -1;
