@@ -1,111 +1,115 @@
-/* A plain C host: loads the library with dlopen and makes one call a run.
+/* An update agent: asks for a newer version, downloads it, verifies its signature, puts it in place
+ * and reports the outcome; goes on when the server is away, until SIGTERM or SIGINT.
  *
- *   updateagent LIBRARY URL LOG-DIRECTORY check
- *   updateagent LIBRARY URL LOG-DIRECTORY download FILE
- *   updateagent LIBRARY URL LOG-DIRECTORY result 1|0
- *   updateagent LIBRARY URL LOG-DIRECTORY log TEXT
- *   updateagent LIBRARY URL LOG-DIRECTORY upload FILE
+ *   updateagent URL DIRECTORY PUBLIC-KEY SECONDS
  *
- * Exits 0 when the call succeeded. Keys for the upload: AWS_ACCESS_KEY_ID, AWS_SECRET_ACCESS_KEY. */
-#include "korrin.h"
+ * Asks every SECONDS. The image becomes DIRECTORY/image.bin; the cloud log waits in DIRECTORY. */
+#include "image.h"
 
-#include <dlfcn.h>
+#include <korrin.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
+#include <time.h>
 
-static struct {
-    int (*open)(void);
-    int (*close)(void);
-    void *(*createHandle)(void);
-    int (*disposeHandle)(void *handle);
-    int (*setParameter)(void *handle, const char *key, const char *value);
-    const char *(*getParameter)(void *handle, const char *key);
-    int (*checkEnable)(void *handle);
-    int (*sendData)(void *handle, const char *data, int dataSize);
-    int (*sendFile)(void *handle, const char *filePath);
-    int (*recvFile)(void *handle, const char *filePath);
-} korrin;
+static const char PRODUCT[] = "KX-100";
+static char version[64] = "1.0";
+static char pendingResult[2] = ""; /* of an update, which the server does not know yet */
+static char imagePath[4000];
+static EVP_PKEY *publicKey;
 
-static void resolve(void *library, const char *name, void *function)
+static void logFailure(void *handle, const char *what)
 {
-    void *address = dlsym(library, name);
-    if (!address) {
-        fprintf(stderr, "%s\n", dlerror());
-        exit(2);
-    }
-    /* ISO C knows no conversion from an object pointer to a function pointer. */
-    memcpy(function, &address, sizeof address);
+    /* One read at a time: the next one takes the return buffer. */
+    printf("%s failed: %s ", what, korrinGetParameter(handle, KORRIN_KEY_ERROR_NO));
+    printf("%s\n", korrinGetParameter(handle, KORRIN_KEY_ERROR_DETAIL));
 }
 
-static void load(const char *path)
+static int report(void *handle)
 {
-    void *library = dlopen(path, RTLD_NOW);
-    if (!library) {
-        fprintf(stderr, "%s\n", dlerror());
-        exit(2);
+    korrinSetParameter(handle, KORRIN_KEY_SEND_DATA_TYPE, KORRIN_SEND_DATA_TYPE_RESULT);
+    korrinSetParameter(handle, KORRIN_KEY_RESULT, pendingResult);
+    if (!korrinSendData(handle, NULL, 0)) {
+        logFailure(handle, "report");
+        return 0;
     }
-    resolve(library, "korrinOpen", &korrin.open);
-    resolve(library, "korrinClose", &korrin.close);
-    resolve(library, "korrinCreateHandle", &korrin.createHandle);
-    resolve(library, "korrinDisposeHandle", &korrin.disposeHandle);
-    resolve(library, "korrinSetParameter", &korrin.setParameter);
-    resolve(library, "korrinGetParameter", &korrin.getParameter);
-    resolve(library, "korrinCheckEnable", &korrin.checkEnable);
-    resolve(library, "korrinSendData", &korrin.sendData);
-    resolve(library, "korrinSendFile", &korrin.sendFile);
-    resolve(library, "korrinRecvFile", &korrin.recvFile);
+    printf("reported: %s\n", pendingResult);
+    pendingResult[0] = '\0';
+    return 1;
 }
 
-static int run(void *handle, const char *command, const char *argument)
+/* [download] */
+static void update(void *handle, const char *offered)
 {
-    if (strcmp(command, "check") == 0)
-        return korrin.checkEnable(handle);
-    if (strcmp(command, "download") == 0) {
-        korrin.setParameter(handle, KORRIN_KEY_DOWNLOAD_FILE_PATH, "kx-100-2.0.bin");
-        return korrin.recvFile(handle, argument);
+    const char *image; /* in the handle's return buffer: used up before anything else is read */
+    int size, installed;
+    char name[sizeof PRODUCT + sizeof version + 5];
+    snprintf(name, sizeof name, "%s-%s.bin", PRODUCT, offered);
+    korrinSetParameter(handle, KORRIN_KEY_DOWNLOAD_FILE_PATH, name);
+    if (!korrinRecvData(handle, &image, &size)) {
+        logFailure(handle, "download");
+        return;
     }
-    if (strcmp(command, "result") == 0) {
-        korrin.setParameter(handle, KORRIN_KEY_SEND_DATA_TYPE, KORRIN_SEND_DATA_TYPE_RESULT);
-        korrin.setParameter(handle, KORRIN_KEY_RESULT, argument);
-        return korrin.sendData(handle, NULL, 0);
+    installed = isImageSigned(publicKey, image, size) && installImage(imagePath, image, size);
+    printf("%s %s\n", offered, installed ? "installed" : "refused");
+    if (installed) {
+        snprintf(version, sizeof version, "%s", offered);
+        korrinSetParameter(handle, KORRIN_KEY_SOFT_VER, version);
     }
-    if (strcmp(command, "log") == 0) {
-        korrin.setParameter(handle, KORRIN_KEY_SEND_DATA_TYPE, KORRIN_SEND_DATA_TYPE_UPDATE_LOG);
-        return korrin.sendData(handle, argument, (int)strlen(argument));
-    }
-    korrin.setParameter(handle, KORRIN_KEY_MODE, KORRIN_MODE_S3_UPLOAD);
-    korrin.setParameter(handle, KORRIN_KEY_AWS_ACCESS_KEY, getenv("AWS_ACCESS_KEY_ID"));
-    korrin.setParameter(handle, KORRIN_KEY_AWS_SECRET_ACCESS_KEY, getenv("AWS_SECRET_ACCESS_KEY"));
-    return korrin.sendFile(handle, argument);
+    snprintf(pendingResult, sizeof pendingResult, "%s",
+             installed ? KORRIN_RESULT_SUCCEEDED : KORRIN_RESULT_FAILED);
+    report(handle);
 }
+/* [download] */
+
+/* [offline] */
+/* Whatever fails here is tried again next time; the cloud log keeps the record meanwhile. */
+static void askServer(void *handle)
+{
+    char offered[sizeof version];
+    if (pendingResult[0] && !report(handle))
+        return;
+    if (!korrinCheckEnable(handle)) {
+        logFailure(handle, "check");
+        return;
+    }
+    /* Empty when there is nothing newer. */
+    snprintf(offered, sizeof offered, "%s", korrinGetParameter(handle, KORRIN_KEY_NEW_SOFT_VER));
+    if (offered[0])
+        update(handle, offered);
+}
+/* [offline] */
 
 int main(int argc, char **argv)
 {
+    struct timespec interval = {argc == 5 ? atoi(argv[4]) : 0, 0};
+    sigset_t ends;
     void *handle;
-    int succeeded;
-    if (argc < 5 || (argc < 6 && strcmp(argv[4], "check") != 0)) {
-        fprintf(stderr, "usage: updateagent LIBRARY URL LOG-DIRECTORY COMMAND [ARGUMENT]\n");
+    if (interval.tv_sec < 1 || !(publicKey = readPublicKey(argv[3]))) {
+        fprintf(stderr, "usage: updateagent URL DIRECTORY PUBLIC-KEY SECONDS\n");
         return 64;
     }
-    load(argv[1]);
-    if (!korrin.open() || !(handle = korrin.createHandle()))
-        return 1;
-    korrin.setParameter(handle, KORRIN_KEY_SERVER_URL, argv[2]);
-    korrin.setParameter(handle, KORRIN_KEY_CLOUD_LOG_FILE_SAVE_DIR, argv[3]);
-    korrin.setParameter(handle, KORRIN_KEY_MODE, KORRIN_MODE_UPDATE);
-    korrin.setParameter(handle, KORRIN_KEY_PRODUCT_NO, "KX-100");
-    korrin.setParameter(handle, KORRIN_KEY_SOFT_VER, "1.0");
-    korrin.setParameter(handle, KORRIN_KEY_LANGUAGE_CODE, "en");
-    korrin.setParameter(handle, KORRIN_KEY_RECV_TIMEOUT, "5");
+    setvbuf(stdout, NULL, _IOLBF, BUFSIZ);
+    snprintf(imagePath, sizeof imagePath, "%s/image.bin", argv[2]);
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGTERM);
+    sigaddset(&ends, SIGINT);
+    sigprocmask(SIG_BLOCK, &ends,
+                NULL); /* in the library's threads too; sigtimedwait() takes them */
 
-    succeeded = run(handle, argv[4], argc > 5 ? argv[5] : "");
-    if (succeeded && strcmp(argv[4], "check") == 0)
-        printf("new version: %s\n", korrin.getParameter(handle, KORRIN_KEY_NEW_SOFT_VER));
-    printf("%s: error %s", succeeded ? "succeeded" : "failed",
-           korrin.getParameter(handle, KORRIN_KEY_ERROR_NO));
-    printf(", %s\n", korrin.getParameter(handle, KORRIN_KEY_ERROR_DETAIL));
-    korrin.disposeHandle(handle);
-    korrin.close();
-    return succeeded ? 0 : 1;
+    if (!korrinOpen() || !(handle = korrinCreateHandle()))
+        return 1;
+    korrinSetParameter(handle, KORRIN_KEY_SERVER_URL, argv[1]);
+    korrinSetParameter(handle, KORRIN_KEY_MODE, KORRIN_MODE_UPDATE);
+    korrinSetParameter(handle, KORRIN_KEY_PRODUCT_NO, PRODUCT);
+    korrinSetParameter(handle, KORRIN_KEY_SOFT_VER, version);
+    korrinSetParameter(handle, KORRIN_KEY_RECV_TIMEOUT, "10");
+    korrinSetParameter(handle, KORRIN_KEY_CLOUD_LOG_FILE_SAVE_DIR, argv[2]);
+    korrinSetParameter(handle, KORRIN_KEY_CLOUD_LOG_FILE_MAX_SIZE, "100000");
+    do
+        askServer(handle);
+    while (sigtimedwait(&ends, NULL, &interval) < 0);
+    korrinClose(); /* disposes of the handle */
+    EVP_PKEY_free(publicKey);
+    return 0;
 }

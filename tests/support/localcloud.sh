@@ -17,3 +17,11 @@ start_cloud() {
     done
     url=$(head -n 1 "$directory/cloud.txt")
 }
+
+# fails COMMAND...: fails when the command does not; the shell lets "!" pass either way.
+fails() {
+    if "$@"; then
+        echo "unexpected success: $*" >&2
+        return 1
+    fi
+}
