@@ -6,18 +6,18 @@
  * remote-access checks and signed uploads to Amazon S3. Link with libVornakKorrin.so.1 or load it
  * with dlopen(); nothing of Qt appears here.
  *
- * A minimal update check:
+ * A minimal update check, of the server at a URL such as "https://cloud.example.com/":
  * @code
  * korrinOpen();
  * void *handle = korrinCreateHandle();
- * korrinSetParameter(handle, KORRIN_KEY_SERVER_URL, "https://cloud.example.com/");
+ * korrinSetParameter(handle, KORRIN_KEY_SERVER_URL, url);
  * korrinSetParameter(handle, KORRIN_KEY_MODE, KORRIN_MODE_UPDATE);
- * korrinSetParameter(handle, KORRIN_KEY_PRODUCT_NO, "PN-1");
+ * korrinSetParameter(handle, KORRIN_KEY_PRODUCT_NO, "KX-100");
  * korrinSetParameter(handle, KORRIN_KEY_SOFT_VER, "1.0");
  * if (korrinCheckEnable(handle))
  *     printf("new version: %s\n", korrinGetParameter(handle, KORRIN_KEY_NEW_SOFT_VER));
  * else
- *     printf("%s\n", korrinGetParameter(handle, KORRIN_KEY_ERROR_DETAIL));
+ *     printf("failed: %s\n", korrinGetParameter(handle, KORRIN_KEY_ERROR_DETAIL));
  * korrinDisposeHandle(handle);
  * korrinClose();
  * @endcode
@@ -31,8 +31,8 @@
  *   did not return or that has been disposed of (error 102); these two errors go to the debug
  *   output only.
  * - Text. Arguments are NUL-terminated and read as Latin-1, of which ASCII is a part; a null
- *   pointer counts as "". Returned text is UTF-8 with Qt 6, and with a Qt 5 built on ICU as
- * Debian's is; other builds of Qt 5 use the encoding of the process's locale. It ends with a NUL.
+ *   pointer counts as "". Returned text is UTF-8 with Qt 6, and with a Qt 5 built on ICU, as
+ *   Debian's is; other builds of Qt 5 use the encoding of the process's locale. It ends with a NUL.
  * - Memory. The host frees nothing. Returned text and data live in the handle's one return buffer:
  *   valid until the next korrinGetParameter() or korrinRecvData() on the same handle, its disposal
  *   or korrinClose(). Copy what must last longer.
@@ -42,8 +42,8 @@
  *   run beside other calls.
  * - Out of memory. The call returns its failure value and stores error 401. A C++ host may see a
  *   std::bad_alloc leave a call when memory ends before the call's work has begun.
- * - Out of files. In a process that cannot open eight more files and sockets korrinOpen() fails, and
- *   so does each exchange, with error 301 and "Too many open files" in its detail.
+ * - Out of files. In a process that cannot open eight more files and sockets korrinOpen() fails,
+ *   and so does each exchange, with error 301 and "Too many open files" in its detail.
  * - Forking. A child made by fork() has no use of a library that its parent has open: fork first,
  *   then open. A library that is closed may be opened in either.
  * - Signals. Qt ignores SIGPIPE from its first socket write on.
@@ -76,12 +76,13 @@ extern "C" {
 /** Base URL of the server, http or https; its path is replaced in each request. In mode
  *  "s3_upload": the bucket's address, ending in "/", to which the file's name is appended. */
 #define KORRIN_KEY_SERVER_URL "server_url"
-/** Longest silence of an exchange in whole seconds; whatever is sent, the complete head of the
- *  answer and each piece of its body start it anew. Default: 30, also for 0, negative values and
+/** Longest silence of an exchange in whole seconds. A silence ends with progress of the request's
+ *  body, with the complete head of the answer, and with bytes of its body; not with the look-up of
+ *  a name, a connection, TLS or a part of the head. Default: 30, also for 0, negative values and
  *  text. From 2147484 on the milliseconds wrap around 32 bits; a negative result means no
  *  time-out. */
 #define KORRIN_KEY_RECV_TIMEOUT "recv_timeout"
-/** Language of the server's messages, e.g. "en"; query item "lang". Default: empty. */
+/** Language of the server's messages, such as "en"; query item "lang". Default: empty. */
 #define KORRIN_KEY_LANGUAGE_CODE "language_code"
 /** Product name; stored and reported in the cloud log only. */
 #define KORRIN_KEY_PRODUCT_NAME "product_name"
@@ -98,7 +99,8 @@ extern "C" {
 /** What korrinSendData() and korrinSendFile() send in mode "update", one of the
  *  KORRIN_SEND_DATA_TYPE_ values. */
 #define KORRIN_KEY_SEND_DATA_TYPE "send_data_type"
-/** Existing directory of the cloud log file "cloudlog.txt". Default: the working directory. */
+/** Existing directory of the cloud log file "cloudlog.txt". Default, also when there is no such
+ *  directory: the working directory. */
 #define KORRIN_KEY_CLOUD_LOG_FILE_SAVE_DIR "cloud_log_file_save_dir"
 /** Greatest size of the cloud log file in bytes, line breaks not counted; a record that would
  *  exceed it is dropped. 0 or less: nothing is kept. Default, also for text: no limit. */
@@ -198,7 +200,7 @@ extern "C" {
  * A process without a QCoreApplication is given one, which the library owns until korrinClose();
  * locale, environment, working directory and standard streams are left as they were.
  *
- * @return 1 when open, 0 when memory ran out
+ * @return 1 when open, 0 when memory or files ran out
  *
  * Errors: none can be stored, there is no handle yet.
  * Threads: any thread, but not beside other calls.
@@ -217,7 +219,7 @@ KORRIN_API int korrinOpen(void);
 KORRIN_API int korrinClose(void);
 
 /**
- * Returns the library's software version, e.g. "R7204B"; works at any time.
+ * Returns the library's software version, such as "R7204B"; works at any time.
  *
  * @return NUL-terminated ASCII, never null
  *
@@ -308,8 +310,9 @@ KORRIN_API int korrinCheckEnable(void *handle);
 /**
  * Sends a block of bytes. Mode "update" posts to "/su/upload" what #KORRIN_KEY_SEND_DATA_TYPE
  * tells; "s3_upload" puts the bytes as one "application/zip" object, signed with AWS Signature
- * Version 2; the other modes post to "/ra/upload" what the handle's send buffer holds, not @p data.
- * The results are those of korrinCheckEnable(); "s3_upload" sets none.
+ * Version 2, to #KORRIN_KEY_SERVER_URL followed by the name of the file that the handle sent last;
+ * the other modes post to "/ra/upload" what the handle's send buffer holds, not @p data. The
+ * results are those of korrinCheckEnable(); "s3_upload" leaves them as they are.
  *
  * @param handle    the handle
  * @param data      the bytes; may be null, which sends an empty block
