@@ -1,0 +1,63 @@
+# What is installed beside the library and the programs, which install themselves: the files by which
+# CMake and pkg-config find the library, and the documents.
+include(CMakePackageConfigHelpers)
+
+function(_korrin_install_cmake_package)
+  set(directory ${CMAKE_INSTALL_LIBDIR}/cmake/VornakKorrin)
+  configure_package_config_file(
+    ${PROJECT_SOURCE_DIR}/cmake/VornakKorrinConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/VornakKorrinConfig.cmake
+    INSTALL_DESTINATION ${directory}
+    NO_SET_AND_CHECK_MACRO
+  )
+  write_basic_package_version_file(
+    ${PROJECT_BINARY_DIR}/VornakKorrinConfigVersion.cmake COMPATIBILITY SameMajorVersion
+  )
+  install(EXPORT VornakKorrinTargets NAMESPACE VornakKorrin:: DESTINATION ${directory})
+  install(FILES
+    ${PROJECT_BINARY_DIR}/VornakKorrinConfig.cmake
+    ${PROJECT_BINARY_DIR}/VornakKorrinConfigVersion.cmake
+    DESTINATION ${directory}
+  )
+endfunction()
+
+# Directories are written relative to the prefix, and the prefix relative to the file, so that the
+# whole tree can be moved; a directory that was given as an absolute path stays one.
+function(_korrin_install_pkgconfig)
+  set(directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+    file(RELATIVE_PATH prefix_from_pkgconfig ${directory} ${CMAKE_INSTALL_PREFIX})
+  else()
+    file(RELATIVE_PATH prefix_from_pkgconfig /${directory} /)
+  endif()
+  string(REGEX REPLACE "/$" "" prefix_from_pkgconfig "${prefix_from_pkgconfig}")
+  cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY "\${prefix}"
+    OUTPUT_VARIABLE pc_libdir)
+  cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_INCLUDEDIR BASE_DIRECTORY "\${prefix}"
+    OUTPUT_VARIABLE pc_includedir)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/VornakKorrin.pc.in
+    ${PROJECT_BINARY_DIR}/vornakkorrin.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/vornakkorrin.pc DESTINATION ${directory})
+endfunction()
+
+function(_korrin_install_manual section)
+  file(GLOB_RECURSE pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/*.${section})
+  install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+endfunction()
+
+function(_korrin_install_documents)
+  install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+  install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs PATTERN man EXCLUDE)
+  install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    PATTERN CMakeLists.txt EXCLUDE)
+  _korrin_install_manual(3)
+  if(KORRIN_BUILD_TOOLS)
+    _korrin_install_manual(1)
+  endif()
+endfunction()
+
+function(korrin_install_package)
+  _korrin_install_cmake_package()
+  _korrin_install_pkgconfig()
+  _korrin_install_documents()
+endfunction()
