@@ -21,16 +21,24 @@ function(_korrin_install_cmake_package)
   )
 endfunction()
 
-# Directories are written relative to the prefix, and the prefix relative to the file, so that the
-# whole tree can be moved; a directory that was given as an absolute path stays one.
+# The prefix is written relative to the file, so that the whole tree can be moved. Not so in /usr: what
+# is there stays, is looked at through sysroots, and its directories are those that compilers search
+# anyway, which pkg-config leaves out if it knows them by name.
+function(_korrin_pkgconfig_prefix directory result)
+  if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set(prefix /usr)
+  else()
+    cmake_path(ABSOLUTE_PATH directory BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX})
+    file(RELATIVE_PATH prefix ${directory} ${CMAKE_INSTALL_PREFIX})
+    string(REGEX REPLACE "/$" "" prefix "\${pcfiledir}/${prefix}")
+  endif()
+  set(${result} ${prefix} PARENT_SCOPE)
+endfunction()
+
 function(_korrin_install_pkgconfig)
   set(directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-  if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
-    file(RELATIVE_PATH prefix_from_pkgconfig ${directory} ${CMAKE_INSTALL_PREFIX})
-  else()
-    file(RELATIVE_PATH prefix_from_pkgconfig /${directory} /)
-  endif()
-  string(REGEX REPLACE "/$" "" prefix_from_pkgconfig "${prefix_from_pkgconfig}")
+  _korrin_pkgconfig_prefix(${directory} pc_prefix)
+  # A directory that was given as an absolute path stays one.
   cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY "\${prefix}"
     OUTPUT_VARIABLE pc_libdir)
   cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_INCLUDEDIR BASE_DIRECTORY "\${prefix}"
