@@ -154,10 +154,10 @@ QByteArray excerpt(const QString &filePath, const QByteArray &name)
     for (const QByteArray &line : source.split('\n')) {
         if (marker.match(QString::fromUtf8(line)).hasMatch())
             ++markers;
-        else if (markers == 1)
+        else if (markers % 2 == 1)
             lines << line;
     }
-    return markers == 2 ? withoutIndentation(lines) : QByteArray();
+    return markers > 0 && markers % 2 == 0 ? withoutIndentation(lines) : QByteArray();
 }
 
 } // namespace korrintest

@@ -44,8 +44,8 @@ private:
     QByteArray contents;
 };
 
-/// The lines between the two that hold "[NAME]" in a comment, less their common indentation; all of
-/// the file when the name is empty. Null when there is no such part.
+/// The lines between each two that hold "[NAME]" in a comment, less their common indentation; all
+/// of the file when the name is empty. Null when there is no such part.
 QByteArray excerpt(const QString &filePath, const QByteArray &name);
 
 } // namespace korrintest

@@ -17,7 +17,7 @@ bool needsSource(const QString &file, const QByteArray &language, const QByteArr
         return QList<QByteArray>{"c", "cpp", "cmake"}.contains(language);
     // Building and the repository's scripts are what CI does.
     return file.startsWith(QLatin1String("docs/")) && !runDocuments.contains(file)
-        && !code.startsWith("scripts/");
+        && !code.startsWith("scripts/") && !code.startsWith("cmake ");
 }
 
 QString pathIn(const QByteArray &source)
