@@ -38,6 +38,7 @@ Process::Process(const std::vector<std::string> &command)
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
 
     std::vector<char *> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string &argument : command)
         arguments.push_back(const_cast<char *>(argument.c_str()));
     arguments.push_back(nullptr);

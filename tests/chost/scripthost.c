@@ -8,7 +8,8 @@
  *   descriptors N open files until only N more can be opened; -1 closes them again
  *
  * H is a number that "create" gave, "null", or "foreign" for a pointer that is no handle. KEY,
- * VALUE, DATA and PATH are hexadecimal bytes, "-" for an empty text or "null" for a null pointer. */
+ * VALUE, DATA and PATH are hexadecimal bytes, "-" for an empty text or "null" for a null pointer.
+ */
 #include "korrin.h"
 #include "korrinlib.h"
 
@@ -76,8 +77,7 @@ static void receiveNull(void *handle, const char *which)
     int size = 7;
     const int isDataNull = strcmp(which, "size") != 0;
     const int isSizeNull = strcmp(which, "data") != 0;
-    const int result
-        = lib.recvData(handle, isDataNull ? NULL : &data, isSizeNull ? NULL : &size);
+    const int result = lib.recvData(handle, isDataNull ? NULL : &data, isSizeNull ? NULL : &size);
     answerText(result, strcmp(data, "untouched") == 0 && size == 7 ? "untouched" : "touched");
 }
 
@@ -163,7 +163,8 @@ int main(void)
     while (fgets(line, MAX_LINE, stdin)) {
         char *words[MAX_WORDS + 1] = {0};
         int count = 0;
-        for (char *word = strtok(line, " \n"); word && count < MAX_WORDS; word = strtok(NULL, " \n"))
+        for (char *word = strtok(line, " \n"); word && count < MAX_WORDS;
+             word = strtok(NULL, " \n"))
             words[count++] = word;
         if (count > 0)
             run(words);

@@ -15,6 +15,7 @@ start_cloud() {
         [ "$tries" -lt 200 ] || { echo "the local cloud does not start" >&2; exit 1; }
         sleep 0.05
     done
+    # shellcheck disable=SC2034 # the sourcing script uses it
     url=$(head -n 1 "$directory/cloud.txt")
 }
 

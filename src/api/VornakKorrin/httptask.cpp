@@ -365,7 +365,7 @@ void HttpTask::setNetworkError(int code, const QString &message)
 {
     CloudError newError(errorNumberOf(code));
     newError.text = newError.getDefaultErrorText();
-    if (newError.number == errors::CONTENT) {
+    if (newError.number == errors::CONTENT && reply) {
         newError.text += QStringLiteral("(%1 %2)").arg(
             reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toString(),
             qtcompat::reasonPhrase(reply));
