@@ -48,19 +48,35 @@ function(_korrin_install_pkgconfig)
   install(FILES ${PROJECT_BINARY_DIR}/vornakkorrin.pc DESTINATION ${directory})
 endfunction()
 
-function(_korrin_install_manual section)
-  file(GLOB_RECURSE pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/*.${section})
-  install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+# A page for each function, made of the header.
+function(_korrin_install_function_pages)
+  find_program(KORRIN_DOXYGEN doxygen REQUIRED)
+  set(directory ${PROJECT_BINARY_DIR}/manual)
+  add_custom_command(
+    OUTPUT ${directory}/man/man3/korrin.h.3
+    COMMAND ${PROJECT_SOURCE_DIR}/scripts/docs ${directory}
+    DEPENDS ${PROJECT_SOURCE_DIR}/src/api/VornakKorrin/korrin.h
+      ${PROJECT_SOURCE_DIR}/docs/Doxyfile
+      ${PROJECT_SOURCE_DIR}/scripts/docs
+      ${PROJECT_SOURCE_DIR}/scripts/split-manual.awk
+    VERBATIM
+  )
+  add_custom_target(manual ALL DEPENDS ${directory}/man/man3/korrin.h.3)
+  install(DIRECTORY ${directory}/man/man3 DESTINATION ${CMAKE_INSTALL_MANDIR})
 endfunction()
 
 function(_korrin_install_documents)
   install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
-  install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs PATTERN man EXCLUDE)
+  install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs PATTERN man EXCLUDE
+    PATTERN Doxyfile EXCLUDE)
   install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
     PATTERN CMakeLists.txt EXCLUDE)
-  _korrin_install_manual(3)
   if(KORRIN_BUILD_TOOLS)
-    _korrin_install_manual(1)
+    install(FILES docs/man/korrin.1 docs/man/korrin-cloudsim.1
+      DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  endif()
+  if(KORRIN_BUILD_MANUAL)
+    _korrin_install_function_pages()
   endif()
 endfunction()
 
