@@ -33,15 +33,14 @@ std::string xmlEscaped(const std::string &text)
     return result;
 }
 
-Answer xmlAnswer(Elements elements, const Fault &fault)
+Answer xmlAnswer(const Elements &elements, const Fault &fault)
 {
     // Devices take text between elements for the value of the one before: there is none.
     const std::string space = fault.addsSpace ? "\n  " : "";
     std::string text = DECLARATION + "<response>";
-    for (auto &[name, value] : elements) {
-        if (name == "is" && fault.echoes)
-            value = fault.echo;
-        text += space + "<" + name + ">" + xmlEscaped(value) + "</" + name + ">";
+    for (const auto &[name, value] : elements) {
+        const std::string &sent = name == "is" && fault.echoes ? fault.echo : value;
+        text += space + "<" + name + ">" + xmlEscaped(sent) + "</" + name + ">";
     }
     text += (fault.addsSpace ? "\n" : "")
         + std::string(fault.breaksXml ? "</unclosed>" : "</response>");

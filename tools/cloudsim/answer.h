@@ -22,7 +22,7 @@ struct Answer {
 using Elements = std::vector<std::pair<std::string, std::string>>;
 
 /// What a device's request is answered with. @p fault may change elements and form.
-Answer xmlAnswer(Elements elements, const Fault &fault);
+Answer xmlAnswer(const Elements &elements, const Fault &fault);
 
 /// Text with what XML reserves escaped, and without the characters that XML 1.0 does not allow
 /// (section 2.2).

@@ -33,9 +33,8 @@ uint64_t numberFrom(const std::string &text, const std::string &what)
 
 uint64_t numberOf(const httplib::Request &request, const std::string &key, uint64_t otherwise)
 {
-    return request.has_param(key)
-        ? numberFrom(request.get_param_value(key), "\"" + key + "\"")
-        : otherwise;
+    return request.has_param(key) ? numberFrom(request.get_param_value(key), "\"" + key + "\"")
+                                  : otherwise;
 }
 
 Filter filterOf(const httplib::Request &request, uint64_t defaultLimit)
