@@ -1,4 +1,5 @@
 #include "curl.h"
+#include "sendsignal.h"
 #include "simulator.h"
 
 #include <QDir>
@@ -446,7 +447,7 @@ void tst_CommandLine::signalEndsAFaultCommand()
                   {QStringLiteral("fault"), QStringLiteral("list"), QStringLiteral("--url"),
                    QStringLiteral("http://127.0.0.1:%1/").arg(silent.serverPort())});
     QVERIFY(silent.waitForNewConnection(10000));
-    QCOMPARE(kill(pid_t(command.processId()), SIGTERM), 0);
+    QVERIFY(sendSignal(command.processId(), SIGTERM));
     QVERIFY(command.waitForFinished(1000));
     QCOMPARE(command.exitStatus(), QProcess::CrashExit);
 }
@@ -485,7 +486,7 @@ void tst_CommandLine::signalsEndIt()
     }
     QElapsedTimer timer;
     timer.start();
-    kill(pid_t(simulator.processId()), signal);
+    QVERIFY(sendSignal(simulator.processId(), signal));
     QCOMPARE(simulator.wait(), 0);
     QVERIFY2(timer.elapsed() < 1000, QByteArray::number(timer.elapsed()).constData());
 }

@@ -1,10 +1,11 @@
 #include "toolrun.h"
 
+#include "sendsignal.h"
+
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QTest>
 
-#include <csignal>
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -58,7 +59,7 @@ ToolResult runToolAndSignal(const QStringList &arguments, const QString &directo
     const bool isReady = QTest::qWaitFor(ready, TIMEOUT_MS);
     QElapsedTimer timer;
     timer.start();
-    kill(static_cast<pid_t>(process.processId()), isReady ? signal : SIGKILL);
+    sendSignal(process.processId(), isReady ? signal : SIGKILL);
     return finish(process, timer);
 }
 
