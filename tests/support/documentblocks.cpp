@@ -1,6 +1,7 @@
 #include "documentblocks.h"
 
 #include <QFile>
+#include <QRegularExpression>
 
 namespace korrintest
 {
@@ -19,6 +20,19 @@ QByteArray contentsOf(const QString &path)
 }
 
 } // namespace
+
+QByteArray withoutTheMoment(const QByteArray &bytes, const QList<QPair<QString, QString>> &others)
+{
+    const QList<QPair<QString, QString>> ofRecords = {
+        {QStringLiteral("ldt=[^&]*"), QStringLiteral("ldt=2026/01/31%2012:00:00.000")},
+        {QStringLiteral("cloud_log_file_save_dir:[^,&]*"),
+         QStringLiteral("cloud_log_file_save_dir:/var/lib/device")},
+    };
+    QString text = QString::fromUtf8(bytes);
+    for (const auto &replacement : others + ofRecords)
+        text.replace(QRegularExpression(replacement.first), replacement.second);
+    return text.toUtf8();
+}
 
 DocumentBlocks::DocumentBlocks(const QString &fileName)
     : path(QStringLiteral(KORRIN_TEST_DOCS_DIR "/") + fileName), document(contentsOf(path))

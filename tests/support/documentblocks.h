@@ -3,10 +3,15 @@
 
 #include <QByteArray>
 #include <QList>
+#include <QPair>
 #include <QString>
 
 namespace korrintest
 {
+
+/// What a document shows of bytes that a test has seen: the time and directory of a log record do
+/// not differ from run to run, and each regular expression of @p others is replaced by its text.
+QByteArray withoutTheMoment(const QByteArray &bytes, const QList<QPair<QString, QString>> &others);
 
 /// The parts of a document in docs/ that are recorded, so that a test can compare them with what it
 /// sees. Each follows a line "<!-- recorded: NAME -->" and ends before the first line "<!-- end

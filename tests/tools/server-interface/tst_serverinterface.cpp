@@ -3,7 +3,6 @@
 #include "simulator.h"
 
 #include <QJsonArray>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -28,14 +27,8 @@ QByteArray withoutTheMoment(const QByteArray &bytes)
         {QStringLiteral("\nAccept-Language: [^\r]*"), QStringLiteral("\nAccept-Language: en,*")},
         {QStringLiteral("(?s)<StringToSign>.*</StringToSign>"),
          QStringLiteral("<StringToSign>…</StringToSign>")},
-        {QStringLiteral("ldt=[^&]*"), QStringLiteral("ldt=2026/01/31%2012:00:00.000")},
-        {QStringLiteral("cloud_log_file_save_dir:[^,&]*"),
-         QStringLiteral("cloud_log_file_save_dir:/var/lib/device")},
     };
-    QString text = QString::fromUtf8(bytes);
-    for (const auto &replacement : replacements)
-        text.replace(QRegularExpression(replacement.first), replacement.second);
-    return text.toUtf8();
+    return korrintest::withoutTheMoment(bytes, replacements);
 }
 
 /// A request or an answer as the document shows it: line ends as they are in a text file, a body
