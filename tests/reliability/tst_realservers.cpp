@@ -1,10 +1,9 @@
+#include "certificateauthority.h"
 #include "korrinhost.h"
 
 #include <QDir>
 #include <QFile>
 #include <QProcess>
-#include <QSslCertificate>
-#include <QSslConfiguration>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -46,6 +45,24 @@ bool accepts(quint16 port)
     return socket.waitForConnected(1000);
 }
 
+QByteArray urlOf(const QByteArray &scheme, quint16 port)
+{
+    return scheme + "://127.0.0.1:" + QByteArray::number(port);
+}
+
+/// A server of nginx's configuration; certificate and key are NAME.pem and NAME.key.
+QByteArray nginxServer(const QByteArray &listen, const QByteArray &certificate)
+{
+    QByteArray block =
+        "  server {\n"
+        "    LISTEN ssl_certificate NAME.pem; ssl_certificate_key NAME.key;\n"
+        "    location = /su/search { default_type text/xml; return 200 'XML'; }\n"
+        "    location = /su/download { alias FILES/$arg_file; default_type application/zip; }\n"
+        "    location = /su/upload { limit_except GET { deny all; } }\n"
+        "  }\n";
+    return block.replace("LISTEN", listen).replace("NAME", certificate).replace("XML", XML);
+}
+
 } // namespace
 
 /// The library with servers and proxies that many use: nginx with TLS, tinyproxy, squid.
@@ -73,7 +90,8 @@ private:
     QTemporaryDir directory;
     quint16 plainPort = 0;
     quint16 tlsPort = 0;
-    QSslConfiguration before;
+    quint16 foreignTlsPort = 0; // with a certificate of an authority that is not trusted
+    std::unique_ptr<TrustedAlone> trust;
     std::vector<std::unique_ptr<QProcess>> daemons;
     const OpenLibrary library;
 };
@@ -109,36 +127,28 @@ void tst_RealServers::stopLast()
 
 bool tst_RealServers::startNginx()
 {
-    QProcess openssl;
-    openssl.setWorkingDirectory(directory.path());
-    openssl.start(
-        QStringLiteral("openssl"),
-        QStringLiteral("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout"
-                       " key.pem -out cert.pem -days 2 -subj /CN=test -addext"
-                       " subjectAltName=IP:127.0.0.1")
-            .split(QLatin1Char(' ')));
-    openssl.waitForFinished();
+    const CertificateAuthority trusted(directory.path(), QStringLiteral("trusted"));
+    const CertificateAuthority foreign(directory.path(), QStringLiteral("foreign"));
+    const QString ownName = QStringLiteral("IP:127.0.0.1");
+    if (!trusted.issue(QStringLiteral("server"), ownName)
+        || !foreign.issue(QStringLiteral("other"), ownName))
+        return false;
+    trust = std::make_unique<TrustedAlone>(trusted);
     plainPort = freePort();
     tlsPort = freePort();
-    QByteArray config =
-        "daemon off; pid nginx.pid; error_log stderr; worker_processes 1;\n"
-        "events {}\n"
-        "http {\n"
-        "  access_log off; client_body_temp_path body; proxy_temp_path proxy;\n"
-        "  fastcgi_temp_path fastcgi; uwsgi_temp_path uwsgi; scgi_temp_path scgi;\n"
-        "  server {\n"
-        "    listen 127.0.0.1:PLAIN; listen 127.0.0.1:TLS ssl;\n"
-        "    ssl_certificate cert.pem; ssl_certificate_key key.pem; gzip on; gzip_types *;\n"
-        "    gzip_min_length 1;\n"
-        "    location = /su/search { default_type text/xml; return 200 'XML'; }\n"
-        "    location = /su/download { alias FILES/$arg_file; default_type application/zip; }\n"
-        "    location = /su/upload { limit_except GET { deny all; } }\n"
-        "  }\n"
-        "}\n";
+    foreignTlsPort = freePort();
+    QByteArray config = "daemon off; pid nginx.pid; error_log stderr; worker_processes 1;\n"
+                        "events {}\n"
+                        "http {\n"
+                        "  access_log off; client_body_temp_path body; proxy_temp_path proxy;\n"
+                        "  fastcgi_temp_path fastcgi; uwsgi_temp_path uwsgi; scgi_temp_path scgi;\n"
+                        "  gzip on; gzip_types *; gzip_min_length 1;\n"
+        + nginxServer("listen 127.0.0.1:PLAIN; listen 127.0.0.1:TLS ssl;", "server")
+        + nginxServer("listen 127.0.0.1:FOREIGN ssl;", "other") + "}\n";
     config.replace("PLAIN", QByteArray::number(plainPort))
         .replace("TLS", QByteArray::number(tlsPort))
-        .replace("FILES", directory.path().toLocal8Bit())
-        .replace("XML", XML);
+        .replace("FOREIGN", QByteArray::number(foreignTlsPort))
+        .replace("FILES", directory.path().toLocal8Bit());
     write(QStringLiteral("nginx.conf"), config);
     write(QStringLiteral("update.zip"), FILE_BYTES);
     // Its worker is another user when root starts it.
@@ -157,48 +167,50 @@ void tst_RealServers::initTestCase()
                       .constData());
     }
     QVERIFY(startNginx());
-    // The throw-away authority is trusted in this process only.
-    before = QSslConfiguration::defaultConfiguration();
-    QSslConfiguration trusting = before;
-    trusting.setCaCertificates(
-        QSslCertificate::fromPath(directory.filePath(QStringLiteral("cert.pem"))));
-    QSslConfiguration::setDefaultConfiguration(trusting);
 }
 
 void tst_RealServers::cleanupTestCase()
 {
-    QSslConfiguration::setDefaultConfiguration(before);
+    trust.reset();
     while (!daemons.empty())
         stopLast();
 }
 
 void tst_RealServers::server_data()
 {
-    QTest::addColumn<bool>("tls");
-    QTest::newRow("HTTP") << false;
-    QTest::newRow("HTTPS") << true;
+    QTest::addColumn<QByteArray>("url");
+    QTest::addColumn<bool>("passes");
+    QTest::newRow("HTTP") << urlOf("http", plainPort) << true;
+    QTest::newRow("HTTPS") << urlOf("https", tlsPort) << true;
+    QTest::newRow("HTTPS, certificate of another authority")
+        << urlOf("https", foreignTlsPort) << false;
 }
 
 void tst_RealServers::server()
 {
-    QFETCH(bool, tls);
-    const QByteArray url = (tls ? "https://127.0.0.1:" : "http://127.0.0.1:")
-        + QByteArray::number(tls ? tlsPort : plainPort);
+    QFETCH(QByteArray, url);
+    QFETCH(bool, passes);
+    const QByteArray error = passes ? "0" : "301";
     Handle handle(baseParameters(url, "update"));
     handle.set("download_file_path", "update.zip");
-    QVERIFY2(handle.checkEnable() == 1, handle.errorDetail().constData());
-    QCOMPARE(handle.get("message"), QByteArray("by nginx"));
+    QVERIFY2(handle.checkEnable() == int(passes), handle.errorDetail().constData());
+    QCOMPARE(handle.errorNo(), error);
+    QCOMPARE(handle.errorDetail().contains("SSL handshake failed"), !passes);
+    QCOMPARE(handle.get("message"), QByteArray(passes ? "by nginx" : ""));
     QByteArray data;
-    QCOMPARE(handle.recvData(&data), 1);
-    QVERIFY(data == FILE_BYTES);
-    const QString path = directory.filePath(QStringLiteral("received"));
-    QCOMPARE(handle.recvFile(path.toLocal8Bit()), 1);
-    QCOMPARE(QFileInfo(path).size(), qint64(FILE_BYTES.size()));
+    QCOMPARE(handle.recvData(&data), int(passes));
+    QCOMPARE(handle.errorNo(), error);
+    QVERIFY(data == (passes ? FILE_BYTES : QByteArray()));
+    const QString path = directory.filePath(QLatin1String(QTest::currentDataTag()));
+    QCOMPARE(handle.recvFile(path.toLocal8Bit()), int(passes));
+    QCOMPARE(handle.errorNo(), error);
+    QCOMPARE(QFileInfo(path).size(), passes ? qint64(FILE_BYTES.size()) : qint64(0));
+    QCOMPARE(QFile::exists(path), passes);
 }
 
 void tst_RealServers::unknownFile()
 {
-    Handle handle(baseParameters("http://127.0.0.1:" + QByteArray::number(plainPort), "update"));
+    Handle handle(baseParameters(urlOf("http", plainPort), "update"));
     handle.set("download_file_path", "absent");
     QCOMPARE(handle.recvData(), 0);
     QCOMPARE(handle.errorText(), QByteArray("network content error.(404 Not Found)"));
@@ -206,7 +218,7 @@ void tst_RealServers::unknownFile()
 
 void tst_RealServers::methodThatIsNotAllowed()
 {
-    Handle handle(baseParameters("http://127.0.0.1:" + QByteArray::number(plainPort), "update"));
+    Handle handle(baseParameters(urlOf("http", plainPort), "update"));
     handle.set("send_data_type", "update_log");
     QCOMPARE(handle.sendData("text"), 0);
     QCOMPARE(handle.errorText(), QByteArray("network content error.(403 Forbidden)"));
@@ -283,8 +295,7 @@ void tst_RealServers::proxy()
     QFETCH(QByteArray, tunnelError);
     const quint16 port = freePort();
     QVERIFY(startProxy(kind, asks, port));
-    for (const QByteArray &url : {"http://127.0.0.1:" + QByteArray::number(plainPort),
-                                  "https://127.0.0.1:" + QByteArray::number(tlsPort)}) {
+    for (const QByteArray &url : {urlOf("http", plainPort), urlOf("https", tlsPort)}) {
         Handle handle(baseParameters(url, "update"));
         handle.set("http_proxy", "http://" + credentials + "127.0.0.1:" + QByteArray::number(port));
         handle.set("download_file_path", "update.zip");
