@@ -17,7 +17,7 @@ constexpr qint64 LATE_MS = 1000; // a sanitizer slows all of it down
 constexpr qint64 LATE_MS = 100;
 #endif
 
-/// How long cancelled calls took: promptly, but for the few that met a busy machine.
+/// How long cancelled calls took.
 class Delays
 {
 public:
@@ -27,7 +27,10 @@ public:
         late += ms >= LATE_MS;
         worst = qMax(worst, ms);
     }
+    /// Of many: promptly, but for the few that met a busy machine.
     bool areFine() const { return late * 50 <= count && worst < PROMPT_MS; }
+    /// Of a few, each of which may meet a busy machine: most of them promptly.
+    bool areMostlyPrompt() const { return late * 2 < count && worst < PROMPT_MS; }
     QByteArray text() const
     {
         return QByteArray::number(late) + " of " + QByteArray::number(count)

@@ -23,6 +23,9 @@ namespace
 
 const char UNKNOWN_HOST[] = "resolving.test";
 
+// One call may be late because the machine is busy; what makes the library late meets each of them.
+const int REPETITIONS = 5;
+
 /// A name server that does not answer until it is released.
 class SilentResolver
 {
@@ -113,13 +116,16 @@ class tst_Cancellation : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
     void atEachStage_data();
     void atEachStage();
 
 private:
+    /// A library, a server and a resolver that know of no call.
+    void begin();
+    void end();
+    /// One call, and how long it went on.
+    void cancelAt(const QByteArray &stage, bool closesLibrary, Delays *delays);
+
     /// Where the exchange goes, and what tells that it has come to the stage.
     struct Stage {
         QByteArray url;
@@ -133,7 +139,7 @@ private:
     std::unique_ptr<FullPort> fullPort;
 };
 
-void tst_Cancellation::init()
+void tst_Cancellation::begin()
 {
     SilentResolver::instance().setOpen(false);
     server.reset(new ScriptedServer);
@@ -141,7 +147,7 @@ void tst_Cancellation::init()
     QCOMPARE(korrinOpen(), 1);
 }
 
-void tst_Cancellation::cleanup()
+void tst_Cancellation::end()
 {
     SilentResolver::instance().setOpen(true);
     QTRY_VERIFY(!SilentResolver::instance().isAsked());
@@ -199,13 +205,11 @@ void tst_Cancellation::atEachStage_data()
     }
 }
 
-void tst_Cancellation::atEachStage()
+void tst_Cancellation::cancelAt(const QByteArray &stage, bool closesLibrary, Delays *delays)
 {
-    QFETCH(QByteArray, stage);
-    QFETCH(bool, closesLibrary);
     const Stage prepared = prepare(stage);
     // More than the kernel takes on the server's behalf.
-    const QByteArray data(stage == "sending" ? 32 * 1024 * 1024 : 1, 'd');
+    const QByteArray data(stage == "sending" ? 8 * 1024 * 1024 : 1, 'd');
     Handle handle(patientParameters(prepared.url, "update"));
     handle.set("send_data_type", "update_log");
     RunningCall running([&] { return handle.sendData(data); });
@@ -213,10 +217,22 @@ void tst_Cancellation::atEachStage()
 
     const auto start = std::chrono::steady_clock::now();
     QCOMPARE(closesLibrary ? korrinClose() : korrinDisposeHandle(handle.get()), 1);
-    const qint64 elapsed = running.join(start);
-    QVERIFY2(elapsed < PROMPT_MS, qPrintable(QString::number(elapsed)));
+    delays->add(running.join(start));
     // What was done before the log was posted stays done.
     QCOMPARE(running.result, stage == "posting the log" ? 1 : 0);
+}
+
+void tst_Cancellation::atEachStage()
+{
+    QFETCH(QByteArray, stage);
+    QFETCH(bool, closesLibrary);
+    Delays delays;
+    for (int i = 0; i < REPETITIONS && !QTest::currentTestFailed(); ++i) {
+        begin();
+        cancelAt(stage, closesLibrary, &delays);
+        end();
+    }
+    QVERIFY2(delays.areMostlyPrompt(), delays.text().constData());
 }
 
 QTEST_GUILESS_MAIN(tst_Cancellation)
