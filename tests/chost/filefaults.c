@@ -4,7 +4,8 @@
  *   KORRIN_FAULT       CALL,N,ACTION[,forever]
  *
  * CALL is open, read, write, sync, rename, remove or any. ACTION is kill (the process, before the
- * call), short (a write of half the bytes), or the number of an error. */
+ * call), short (a write of half the bytes), or the number of an error. A file ".struck" in the
+ * directory tells that the n-th call was made. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -12,8 +13,10 @@
 #include <pthread.h>
 #include <signal.h>
 #include <stdarg.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/syscall.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -67,6 +70,14 @@ static void watch(int fd, int on)
         watched[fd] = (char)on;
 }
 
+/* Past the functions below. */
+static void leaveMark(void)
+{
+    char path[sizeof directory + 16];
+    snprintf(path, sizeof path, "%s/.struck", directory);
+    syscall(SYS_close, syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT, 0600));
+}
+
 /* What befalls this call: NONE, SHORT, or an error number. Does not return from a kill. */
 static int faultOf(const char *call)
 {
@@ -77,6 +88,7 @@ static int faultOf(const char *call)
     pthread_mutex_unlock(&mutex);
     if (lasting ? number < wantedNumber : number != wantedNumber)
         return NONE;
+    leaveMark();
     if (action == KILL)
         kill(getpid(), SIGKILL);
     return action;

@@ -57,6 +57,7 @@ private Q_SLOTS:
 
     void fileIsWrittenByteForByte_data();
     void fileIsWrittenByteForByte();
+    void newFileHasTheRightsOfTheUmask();
     void existingFileIsReplaced_data();
     void existingFileIsReplaced();
     void requestIsThatOfReceivingData();
@@ -141,6 +142,19 @@ void tst_RecvFile::fileIsWrittenByteForByte()
     QCOMPARE(handle.recvFile(path("out.bin")), 1);
     QVERIFY(exists(path("out.bin")));
     QVERIFY(contentOf(path("out.bin")) == content);
+}
+
+void tst_RecvFile::newFileHasTheRightsOfTheUmask()
+{
+    answerBody(*server, "new");
+    Handle handle(baseParameters(server->url(), "remote_access"));
+    const mode_t previous = umask(0027);
+    const int result = handle.recvFile(path("out.bin"));
+    umask(previous);
+    QCOMPARE(result, 1);
+    struct stat status;
+    QCOMPARE(stat(path("out.bin").constData(), &status), 0);
+    QCOMPARE(int(status.st_mode & 07777), 0640);
 }
 
 void tst_RecvFile::existingFileIsReplaced_data()

@@ -6,6 +6,10 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <thread>
+
+#include <sys/stat.h>
+
 using namespace korrintest;
 
 namespace
@@ -31,6 +35,7 @@ private Q_SLOTS:
 
     void fileIsSentByteForByte_data();
     void fileIsSentByteForByte();
+    void pipeIsSentToItsEnd();
     void fileNameIsAppendedToTheBucket_data();
     void fileNameIsAppendedToTheBucket();
     void successTrimsTheErrorText();
@@ -97,6 +102,23 @@ void tst_SendFile::fileIsSentByteForByte()
     QCOMPARE(request.startLine, QByteArray("PUT /bucket/report.zip HTTP/1.1"));
     QCOMPARE(request.header("Content-Length"), QByteArray::number(content.size()));
     QVERIFY(request.body == content);
+}
+
+void tst_SendFile::pipeIsSentToItsEnd()
+{
+    const QByteArray content = patternBytes(300 * 1024);
+    const QByteArray pipe = path("pipe");
+    QCOMPARE(mkfifo(pipe.constData(), 0600), 0);
+    std::thread writer([&] {
+        QFile file(QFile::decodeName(pipe));
+        if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+            qFatal("cannot write to the pipe");
+    });
+    Handle handle(baseParameters(server->url("/bucket/"), "s3_upload"));
+    const int result = handle.sendFile(pipe);
+    writer.join();
+    QCOMPARE(result, 1);
+    QVERIFY(server->requests().at(0).body == content);
 }
 
 void tst_SendFile::fileNameIsAppendedToTheBucket_data()

@@ -2,6 +2,7 @@
 #define KORRIN_TESTS_FAULTYHOST_H
 
 #include <QByteArray>
+#include <QFile>
 #include <QHash>
 #include <QString>
 
@@ -18,6 +19,12 @@ inline QHash<QString, QString> faultEnvironment(const QString &directory, const 
             {QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0")},
             {QStringLiteral("KORRIN_FAULT_DIR"), directory},
             {QStringLiteral("KORRIN_FAULT"), QString::fromLatin1(fault)}};
+}
+
+/// Whether the call that was to go wrong has been made.
+inline bool hasStruck(const QString &directory)
+{
+    return QFile::exists(directory + QStringLiteral("/.struck"));
 }
 
 } // namespace korrintest

@@ -1,5 +1,8 @@
 #include "fileaccess.h"
 
+#include "bytearraysize.h"
+
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -12,6 +15,8 @@ namespace
 {
 
 constexpr mode_t OWNER_ONLY = S_IRUSR | S_IWUSR;
+constexpr mode_t ANYBODY = OWNER_ONLY | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+constexpr qint64 LEAST_BLOCK_BYTES = 16 * 1024; // what a pipe holds has no size
 constexpr std::chrono::seconds LOCK_TIMEOUT(5);
 constexpr std::chrono::milliseconds LOCK_INTERVAL(2);
 
@@ -19,6 +24,20 @@ bool wouldBlock(int fd)
 {
     return uninterrupted([fd] { return flock(fd, LOCK_EX | LOCK_NB); }) != 0
         && errno == EWOULDBLOCK;
+}
+
+/// Opens a file, but for a kind that @p isRefused.
+template <typename Refusal>
+int openUnless(const char *path, int flags, mode_t permissions, Refusal isRefused)
+{
+    const int fd =
+        uninterrupted([=] { return open(path, flags | O_CLOEXEC | O_NOCTTY, permissions); });
+    struct stat status = {};
+    if (fd < 0 || (fstat(fd, &status) == 0 && !isRefused(status.st_mode)))
+        return fd;
+    close(fd);
+    errno = EINVAL;
+    return -1;
 }
 
 } // namespace
@@ -44,29 +63,54 @@ bool DirectoryLock::sync() const
     return directory.isOpen() && uninterrupted([this] { return fsync(directory.get()); }) == 0;
 }
 
+int openFile(const char *path, int flags)
+{
+    return openUnless(path, flags, ANYBODY, [](mode_t mode) { return S_ISDIR(mode); });
+}
+
 int openRegularFile(const char *path, int flags)
 {
     // Not blocking: the path may lead to a pipe.
-    const int fd = uninterrupted(
-        [=] { return open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, OWNER_ONLY); });
-    struct stat status = {};
-    if (fd < 0 || (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)))
-        return fd;
-    close(fd);
-    errno = EINVAL;
-    return -1;
+    return openUnless(path, flags | O_NONBLOCK, OWNER_ONLY,
+                      [](mode_t mode) { return !S_ISREG(mode); });
+}
+
+ssize_t writeBytes(int fd, const char *data, size_t size)
+{
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t written = uninterrupted([=] { return write(fd, data + done, size - done); });
+        if (written <= 0)
+            return done > 0 ? static_cast<ssize_t>(done) : -1;
+        done += static_cast<size_t>(written);
+    }
+    return static_cast<ssize_t>(done);
 }
 
 bool writeAll(int fd, const char *data, size_t size)
 {
-    while (size > 0) {
-        const ssize_t written = uninterrupted([=] { return write(fd, data, size); });
-        if (written <= 0)
-            return false;
-        data += written;
-        size -= static_cast<size_t>(written);
+    return writeBytes(fd, data, size) == static_cast<ssize_t>(size);
+}
+
+QByteArray readToEnd(int fd)
+{
+    struct stat status = {};
+    fstat(fd, &status);
+    // In one block where the size is known; a byte more tells that the end has come.
+    QByteArray bytes;
+    bytes.resize(toByteArraySize(std::max<qint64>(status.st_size + 1, LEAST_BLOCK_BYTES)));
+    ByteArraySize done = 0;
+    ssize_t got;
+    while ((got = uninterrupted([&] {
+                return read(fd, bytes.data() + done, static_cast<size_t>(bytes.size() - done));
+            }))
+           > 0) {
+        done += static_cast<ByteArraySize>(got);
+        if (done == bytes.size())
+            bytes.resize(toByteArraySize(qint64(done) * 2));
     }
-    return true;
+    bytes.resize(done);
+    return bytes;
 }
 
 ssize_t readAllAt(int fd, char *out, size_t size, off_t offset)

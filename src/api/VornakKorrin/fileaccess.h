@@ -1,12 +1,14 @@
 #ifndef KORRIN_FILEACCESS_H
 #define KORRIN_FILEACCESS_H
 
+#include <QByteArray>
+
 #include <cerrno>
 #include <cstddef>
 
 #include <sys/types.h>
 
-/// Calls again what a signal interrupted; not for ever, whatever the system does.
+/// Calls again what a signal interrupted; not for ever, whatever the system does (QFile would).
 template <typename Call>
 auto uninterrupted(Call call)
 {
@@ -47,11 +49,21 @@ private:
     const FileDescriptor directory;
 };
 
-/// Opens a regular file; -1 for anything else. Never waits.
+/// Opens what the host names: a file, a device or a pipe; -1 for a directory. A file that is
+/// created has the rights that the process's umask leaves.
+int openFile(const char *path, int flags);
+
+/// Opens a regular file; -1 for anything else. Never waits. A file that is created is its owner's
+/// only.
 int openRegularFile(const char *path, int flags);
 
+/// @return the bytes written, fewer after an error; -1 when it left none
+ssize_t writeBytes(int fd, const char *data, size_t size);
 /// @return false unless everything was written
 bool writeAll(int fd, const char *data, size_t size);
+
+/// What there is to read up to the end or an error. Throws std::bad_alloc when that is too much.
+QByteArray readToEnd(int fd);
 
 /// Reads until @p size bytes are there or the file ends. @return the bytes read, -1 on an error
 ssize_t readAllAt(int fd, char *out, size_t size, off_t offset);

@@ -2,12 +2,12 @@
 
 #include "apiproperties.h"
 #include "applicationobject.h"
-#include "bytearraysize.h"
 #include "callscope.h"
 #include "clouderror.h"
 #include "cloudhandle.h"
 #include "cloudmanager.h"
 #include "debugoutput.h"
+#include "fileaccess.h"
 #include "handlemanager.h"
 #include "textconversion.h"
 
@@ -20,6 +20,8 @@
 #include <limits>
 #include <mutex>
 #include <new>
+
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace
@@ -168,12 +170,11 @@ bool saveFileOpenError(void *handle, const QString &path)
 
 bool sendFile(ServiceCall &call, const QString &path)
 {
-    QFile file(path);
-    if (path.isEmpty() || !file.open(QIODevice::ReadOnly))
+    const FileDescriptor file(openFile(QFile::encodeName(path).constData(), O_RDONLY));
+    if (!file.isOpen())
         return saveFileOpenError(call.handle, path);
     registry()->setSendFileName(call.handle, QFileInfo(path).fileName());
-    toByteArraySize(file.size()); // where reading would give nothing, this throws
-    return call.manager.sendData(file.readAll());
+    return call.manager.sendData(readToEnd(file.get()));
 }
 
 /// Removes an incomplete file; a device or a pipe is left where it is.
@@ -190,14 +191,14 @@ bool receiveFile(ServiceCall &call, const char *filePath)
     if (!call.manager.recvData() || call.record->isCancelled())
         return false;
     const QString path = toText(filePath);
-    QFile file(path);
-    // Unbuffered: the count that the write reports is what has reached the file.
-    if (path.isEmpty() || !file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+    const FileDescriptor file(
+        openFile(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC));
+    if (!file.isOpen())
         return saveFileOpenError(call.handle, path);
 
     const QByteArray received = call.record->getRecvData();
-    const qint64 written = file.write(received);
-    file.close();
+    const ssize_t written =
+        writeBytes(file.get(), received.constData(), static_cast<size_t>(received.size()));
     if (written == received.size())
         return true;
 
