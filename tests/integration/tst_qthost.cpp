@@ -47,6 +47,8 @@ private Q_SLOTS:
     void closingInsideACall();
     void closingAndReopeningInsideACall();
     void callFromInsideTheHostsLoop();
+    void endOfTheHostsLoopLetsACallFinish_data();
+    void endOfTheHostsLoopLetsACallFinish();
     void busyHostLeavesTheBodyWithTheServer();
 
 private:
@@ -249,6 +251,53 @@ void tst_QtHost::callFromInsideTheHostsLoop()
     });
     loop.exec();
     QCOMPARE(result, 1);
+}
+
+void tst_QtHost::endOfTheHostsLoopLetsACallFinish_data()
+{
+    QTest::addColumn<bool>("during");
+    QTest::newRow("before the call") << false;
+    QTest::newRow("during the call") << true;
+}
+
+/// QThread::quit and QCoreApplication::quit end every event loop of a thread.
+void tst_QtHost::endOfTheHostsLoopLetsACallFinish()
+{
+    QFETCH(bool, during);
+    std::atomic<bool> hasQuit{false};
+    server->setHandler([&hasQuit](Connection &connection, const HttpRequest &request) {
+        while (!hasQuit && !connection.waitForPeerClose(1)) { }
+        connection.send(xmlAnswer(requestedIs(request)));
+    });
+    QThread thread;
+    QObject worker;
+    worker.moveToThread(&thread);
+    const auto quit = [&] {
+        thread.quit();
+        hasQuit = true;
+    };
+    int result = 0;
+    QByteArray received;
+    int receiveResult = 0;
+    connect(&thread, &QThread::started, &worker, [&] {
+        QTimer poll;
+        connect(&poll, &QTimer::timeout, &worker, [&] {
+            if (server->requestCount() > 0)
+                quit();
+        });
+        if (during)
+            poll.start(1);
+        else
+            quit();
+        Handle handle(baseParameters(server->url(), "remote_access"));
+        result = handle.checkEnable();
+        receiveResult = handle.recvData(&received);
+    });
+    thread.start();
+    QVERIFY(thread.wait(20000));
+    QCOMPARE(result, 1);
+    QCOMPARE(receiveResult, 1);
+    QVERIFY(!received.isEmpty());
 }
 
 /// What arrives while the host's thread does something else must not pile up in memory.

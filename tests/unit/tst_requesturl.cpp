@@ -27,6 +27,7 @@ void tst_RequestUrl::textToUrl_data()
     row("other escapes are literal", "http://h/%41%2F%zz%", "http://h/%2541%252F%25zz%25");
     row("Latin-1", "http://h/\xe9", "http://h/%C3%A9");
     row("user and password", "http://u:p@h/", "http://u:p@h/");
+    row("line breaks in the user's name", "http://a\r\nb:p@h/", "http://a%20%20b:p@h/");
     row("IPv6", "http://[::1]:8080/x", "http://[::1]:8080/x");
     row("unknown scheme", "foo://h/x", "foo://h/x");
     row("query", "https://h/api?x=1&y=a b", "https://h/api?x=1&y=a%20b");

@@ -35,6 +35,7 @@ const QString HTTPS_SCHEME = QStringLiteral("https");
 const QString TRACED_CONTENT_TYPE = QStringLiteral("text/");
 const QString CONNECTION_CLOSED = QStringLiteral("Connection closed");
 const QString NO_DESCRIPTORS = QStringLiteral("Too many open files");
+const QString NO_APPLICATION = QStringLiteral("The QCoreApplication is gone");
 const QString TOO_MANY_CHALLENGES = QStringLiteral("Authentication does not end");
 const QByteArray POST_VERB = QByteArrayLiteral("POST");
 const QByteArray PUT_VERB = QByteArrayLiteral("PUT");
@@ -72,6 +73,14 @@ int errorNumberOf(int networkErrorCode)
     }
 }
 
+/// What the process lacks, where Qt would end it or wait for ever; empty when it is fit to go.
+QString missingResource()
+{
+    if (!QCoreApplication::instance())
+        return NO_APPLICATION;
+    return Descriptors::areLeft() ? QString() : NO_DESCRIPTORS;
+}
+
 /// @p seconds in milliseconds, wrapped to 32 bits.
 int toMilliseconds(int seconds)
 {
@@ -84,8 +93,9 @@ HttpTask::HttpTask(void *taskHandle, QObject *parent)
     : QObject(parent), handle(taskHandle),
       record(HandleManager::getInstance()->acquire(taskHandle)), timeoutMs(DEFAULT_TIMEOUT_MS)
 {
-    if (!Descriptors::areLeft()) {
-        setNetworkError(QNetworkReply::UnknownNetworkError, NO_DESCRIPTORS);
+    const QString missing = missingResource();
+    if (!missing.isEmpty()) {
+        setNetworkError(QNetworkReply::UnknownNetworkError, missing);
         error.saveToHandle(handle);
         return;
     }
@@ -216,7 +226,7 @@ bool HttpTask::startRequest(QNetworkReply *(HttpTask::*send)())
     sessionTime.start();
     sendFunc = send;
     sendRequest();
-    eventLoop->exec(QEventLoop::ExcludeUserInputEvents);
+    waitForEnd();
     timer->stop();
 
     if (outOfMemory)
@@ -228,6 +238,16 @@ bool HttpTask::startRequest(QNetworkReply *(HttpTask::*send)())
     if (!keepsConnection)
         manager->clearConnectionCache();
     return processResponse();
+}
+
+void HttpTask::waitForEnd()
+{
+    eventLoop->exec(QEventLoop::ExcludeUserInputEvents);
+    // QThread::quit and QCoreApplication::quit end all event loops of the host's thread, those to
+    // come included; the exchange goes on.
+    while (reply && !outOfMemory)
+        eventLoop->processEvents(QEventLoop::ExcludeUserInputEvents
+                                 | QEventLoop::WaitForMoreEvents);
 }
 
 void HttpTask::sendRequest()

@@ -86,6 +86,7 @@ private:
     void configureTimeout();
     void configureRequest();
     void sendRequest();
+    void waitForEnd();
     void connectReply();
 
     /// Connects a slot that Qt calls from the nested event loop, which no exception may pass: when

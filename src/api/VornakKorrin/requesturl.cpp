@@ -1,5 +1,7 @@
 #include "requesturl.h"
 
+#include "textconversion.h"
+
 namespace
 {
 
@@ -13,8 +15,14 @@ QUrl RequestUrl::fromText(const QString &text)
     QString encoded = text;
     encoded.replace(QLatin1String("%20"), QLatin1String(" "));
     encoded.replace(QLatin1Char('%'), QLatin1String("%25"));
-    const QUrl url(encoded, QUrl::TolerantMode);
-    return url.isValid() && !url.scheme().startsWith(PRECONNECT_SCHEMES) ? url : QUrl();
+    QUrl url(encoded, QUrl::TolerantMode);
+    if (!url.isValid() || url.scheme().startsWith(PRECONNECT_SCHEMES))
+        return QUrl();
+    // Qt writes the user's name as it is into the answer to a challenge.
+    const QString user = url.userName(QUrl::FullyDecoded);
+    if (user != withoutLineBreaks(user))
+        url.setUserName(withoutLineBreaks(user), QUrl::DecodedMode);
+    return url;
 }
 
 QString RequestUrl::toText(const QUrl &url)
