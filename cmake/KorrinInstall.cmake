@@ -1,5 +1,5 @@
-# What is installed beside the library and the programs, which install themselves: the files by which
-# CMake and pkg-config find the library, and the documents.
+# What is installed beside the library and the programs, which install themselves: the files by
+# which CMake and pkg-config find the library, and the documents.
 include(CMakePackageConfigHelpers)
 
 function(_korrin_install_cmake_package)
@@ -21,9 +21,9 @@ function(_korrin_install_cmake_package)
   )
 endfunction()
 
-# The prefix is written relative to the file, so that the whole tree can be moved. Not so in /usr: what
-# is there stays, is looked at through sysroots, and its directories are those that compilers search
-# anyway, which pkg-config leaves out if it knows them by name.
+# The prefix is written relative to the file, so that the whole tree can be moved. Not so in /usr:
+# what is there stays, is looked at through sysroots, and its directories are those that compilers
+# search anyway, which pkg-config leaves out if it knows them by name.
 function(_korrin_pkgconfig_prefix directory result)
   if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
     set(prefix /usr)

@@ -1,5 +1,5 @@
-# Writes the list of what is built and what it needs, as SPDX 2.3 (ISO/IEC 5962), after all targets are
-# known: VornakKorrin.spdx.json in the build directory. SOURCE_DATE_EPOCH sets its date.
+# Writes the list of what is built and what it needs, as SPDX 2.3 (ISO/IEC 5962), after all targets
+# are known: VornakKorrin.spdx.json in the build directory. SOURCE_DATE_EPOCH sets its date.
 function(_korrin_sbom_package json name version license)
   string(MAKE_C_IDENTIFIER ${name} id)
   string(REPLACE "_" "-" id ${id})
@@ -35,7 +35,10 @@ function(korrin_write_sbom)
     \"SPDXID\": \"SPDXRef-DOCUMENT\",
     \"name\": \"VornakKorrin-${PROJECT_VERSION}\",
     \"documentNamespace\": \"urn:uuid:${uuid}\",
-    \"creationInfo\": {\"created\": \"${created}\", \"creators\": [\"Tool: CMake-${CMAKE_VERSION}\"]},
+    \"creationInfo\": {
+      \"created\": \"${created}\",
+      \"creators\": [\"Tool: CMake-${CMAKE_VERSION}\"]
+    },
     \"packages\": [],
     \"relationships\": []
   }")

@@ -31,7 +31,8 @@ function begin(prototype,    name) {
     write(title(name))
     write(".ad l\n.nh\n.SH NAME")
     write(name " \\- " brief[name])
-    write(".SH SYNOPSIS\n.nf\n.B #include <korrin.h>\n.sp\n.B \"" prototype ";\"\n.fi\n.SH DESCRIPTION")
+    write(".SH SYNOPSIS\n.nf\n.B #include <korrin.h>\n.sp\n.B \"" prototype ";\"\n.fi")
+    write(".SH DESCRIPTION")
 }
 
 function finish() {

@@ -1,6 +1,6 @@
-# Builds for aarch64 with Debian's cross compiler and Qt 6. KORRIN_SYSROOT names a directory with the
-# device's headers and libraries, as scripts/cross makes it; without it Debian's multi-arch packages
-# on this machine are used (dpkg --add-architecture arm64).
+# Builds for aarch64 with Debian's cross compiler and Qt 6. KORRIN_SYSROOT names a directory with
+# the device's headers and libraries, as scripts/cross makes it; without it Debian's multi-arch
+# packages on this machine are used (dpkg --add-architecture arm64).
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)

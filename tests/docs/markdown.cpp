@@ -14,6 +14,8 @@ namespace
 
 const QByteArray SNIPPET_HEAD = "<!-- snippet: ";
 const QByteArray SNIPPET_TAIL = " -->";
+const QByteArray RECORDED_HEAD = "<!-- recorded: ";
+const QByteArray RECORDED_END = "<!-- end -->";
 const QByteArray FENCE = "```";
 
 QByteArray contentsOf(const QString &path)
@@ -80,9 +82,12 @@ QList<Markdown::Block> Markdown::blocks() const
     QList<Block> result;
     QByteArray lastLine;
     bool inside = false;
+    bool isRecorded = false;
     int offset = 0;
     for (const QByteArray &line : contents.split('\n')) {
         const int next = offset + static_cast<int>(line.size()) + 1;
+        if (line.startsWith(RECORDED_HEAD) || line == RECORDED_END)
+            isRecorded = line != RECORDED_END;
         if (line.startsWith(FENCE)) {
             if (inside) {
                 result.last().end = offset;
@@ -92,7 +97,7 @@ QList<Markdown::Block> Markdown::blocks() const
                 result << Block{line.mid(FENCE.size()),
                                 isSnippet ? source.left(source.indexOf(SNIPPET_TAIL))
                                           : QByteArray(),
-                                next, next};
+                                next, next, isRecorded};
             }
             inside = !inside;
         }

@@ -19,6 +19,7 @@ public:
             source; ///< "PATH NAME" of the line "<!-- snippet: PATH NAME -->" above, or empty
         int begin;  ///< of the code, an offset in the text
         int end;
+        bool isRecorded; ///< between the lines "<!-- recorded: NAME -->" and "<!-- end -->"
     };
 
     /// @param filePath  relative to the repository

@@ -3,21 +3,57 @@
 #include <QFileInfo>
 #include <QtTest>
 
+#include <algorithm>
+
 using namespace korrintest;
 
 namespace
 {
 
-/// Whether such code has to be an excerpt of what the tests compile or run.
-bool needsSource(const QString &file, const QByteArray &language, const QByteArray &code)
+/// Commands that no test can run.
+struct NotRun {
+    QByteArray file;
+    QByteArray firstLine;
+};
+const NotRun NOT_RUN[] = {
+    // Installs packages; the test "demo" runs its steps.
+    {"README.md", "scripts/demo --keep"},
+    // Runs this test.
+    {"README.md", "scripts/test"},
+    // Installs packages; `scripts/package --test` does so in a fresh system.
+    {"README.md", "scripts/package"},
+    // Builds and runs this test.
+    {"CONTRIBUTING.md", "cmake --preset dev-qt6"},
+    // Builds all anew; "package_install" installs a build, `scripts/cross` does both.
+    {"docs/packaging.md", "cmake --preset release"},
+    // Measures for minutes on an idle machine; the label "bench" does so with little.
+    {"docs/performance.md", "scripts/bench"},
+};
+
+bool isCommand(const NotRun &command, const QString &file, const QByteArray &code)
 {
-    static const QStringList runDocuments =
-        QStringLiteral(KORRIN_RUN_DOCUMENTS).split(QLatin1Char(','));
-    if (language != "sh")
-        return QList<QByteArray>{"c", "cpp", "cmake"}.contains(language);
-    // Building and the repository's scripts are what CI does.
-    return file.startsWith(QLatin1String("docs/")) && !runDocuments.contains(file)
-        && !code.startsWith("scripts/") && !code.startsWith("cmake ");
+    return file.toUtf8() == command.file && code.startsWith(command.firstLine);
+}
+
+/// Whether a test runs or sees such a block that is no excerpt.
+bool isTested(const QString &file, const Markdown::Block &block)
+{
+    static const QStringList run = QStringLiteral(KORRIN_RUN_DOCUMENTS).split(QLatin1Char(','));
+    // The tests of these pages compare each part that is recorded.
+    static const QStringList recorded = {
+        QStringLiteral("docs/cloud-log.md"), QStringLiteral("docs/debugging.md"),
+        QStringLiteral("docs/server-interface.md"), QStringLiteral("docs/simulator.md"),
+        QStringLiteral("docs/tool.md")};
+    const bool isRun = QList<QByteArray>{"sh", "ini"}.contains(block.language);
+    return (block.isRecorded && recorded.contains(file)) || (isRun && run.contains(file));
+}
+
+/// Drawings are no code.
+bool needsSource(const QString &file, const Markdown::Block &block, const QByteArray &code)
+{
+    return block.language != "mermaid" && !isTested(file, block)
+        && std::none_of(std::begin(NOT_RUN), std::end(NOT_RUN),
+                        [&](const NotRun &command) { return isCommand(command, file, code); });
 }
 
 QString pathIn(const QByteArray &source)
@@ -48,6 +84,7 @@ class tst_Documents : public QObject
 private Q_SLOTS:
     void codeIsAnExcerpt_data() { addFiles(); }
     void codeIsAnExcerpt();
+    void commandsNotRunAreShown();
     void headersExampleIsAnExcerpt();
     void linksLeadSomewhere_data() { addFiles(); }
     void linksLeadSomewhere();
@@ -65,7 +102,7 @@ void tst_Documents::codeIsAnExcerpt()
         const Markdown::Block block = document.blocks().at(i);
         const QByteArray shown = document.text().mid(block.begin, block.end - block.begin);
         if (block.source.isEmpty()) {
-            QVERIFY2(!needsSource(file, block.language, shown),
+            QVERIFY2(!needsSource(file, block, shown),
                      "code without a line \"<!-- snippet: PATH NAME -->\" above it:\n" + shown);
             continue;
         }
@@ -78,6 +115,21 @@ void tst_Documents::codeIsAnExcerpt()
         QVERIFY2(qEnvironmentVariableIsSet("KORRIN_UPDATE_DOCS"),
                  "KORRIN_UPDATE_DOCS=1 brings it up to date: " + block.source);
         QVERIFY(document.replace(block, code));
+    }
+}
+
+/// The list of them holds nothing that is gone.
+void tst_Documents::commandsNotRunAreShown()
+{
+    for (const NotRun &command : NOT_RUN) {
+        const QString file = QString::fromUtf8(command.file);
+        const Markdown document(file);
+        const QList<Markdown::Block> blocks = document.blocks();
+        QVERIFY2(std::any_of(blocks.begin(), blocks.end(),
+                             [&](const Markdown::Block &block) {
+                                 return isCommand(command, file, document.text().mid(block.begin));
+                             }),
+                 command.firstLine + " in " + command.file);
     }
 }
 

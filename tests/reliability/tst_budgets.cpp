@@ -92,7 +92,7 @@ void tst_Budgets::initTestCase()
     QVERIFY(status == 0 || status == NOT_PERMITTED);
     countsSystemCalls = status == 0;
     if (!countsSystemCalls)
-        QWARN("ptrace is not permitted here: system calls are not counted");
+        qWarning("ptrace is not permitted here: system calls are not counted");
 }
 
 void tst_Budgets::cleanupTestCase()

@@ -13,7 +13,8 @@ let simulator, url, browser, context, page, problems;
 
 function startSimulator(port) {
   return new Promise((resolve, reject) => {
-    simulator = spawn(process.env.KORRIN_CLOUDSIM, ["--port", String(port)], {stdio: ["ignore", "pipe", "inherit"]});
+    simulator = spawn(process.env.KORRIN_CLOUDSIM, ["--port", String(port)],
+                      {stdio: ["ignore", "pipe", "inherit"]});
     simulator.once("error", reject);
     simulator.stdout.once("data", text => resolve(String(text).trim()));
   });
@@ -26,17 +27,22 @@ const stopSimulator = () => new Promise(resolve => {
 
 /** Runs the tool as a device. @return its exit status */
 function korrin(...args) {
-  const device = ["-p", `server_url=${url}`, "-p", "mode=update", "-p", "product_no=KX-100", "-p", "soft_ver=1.0",
-                  "-p", "language_code=en", "-p", "cloud_log_file_max_size=0"];
-  return new Promise(resolve => execFile(process.env.KORRIN_TOOL, [args[0], ...device, ...args.slice(1)],
-    {cwd: directory}, error => resolve(error ? error.code : 0)));
+  const device = ["-p", `server_url=${url}`, "-p", "mode=update", "-p", "product_no=KX-100",
+                  "-p", "soft_ver=1.0", "-p", "language_code=en",
+                  "-p", "cloud_log_file_max_size=0"];
+  return new Promise(resolve => execFile(
+    process.env.KORRIN_TOOL, [args[0], ...device, ...args.slice(1)], {cwd: directory},
+    error => resolve(error ? error.code : 0)));
 }
 
-const upload = name => korrin("send-file", name, "-p", "mode=s3_upload", "-p", `server_url=${url}kx-logs/`,
-  "-p", "aws_access_key=KORRINSIMACCESSKEY", "-p", "aws_secret_access_key=korrin/sim+secret");
+const upload = name => korrin("send-file", name, "-p", "mode=s3_upload",
+  "-p", `server_url=${url}kx-logs/`, "-p", "aws_access_key=KORRINSIMACCESSKEY",
+  "-p", "aws_secret_access_key=korrin/sim+secret");
 
-const api = (path, options) => fetch(url + "_sim/api/" + path, options).then(answer => answer.json());
-const change = (method, path, body) => api(path, {method, headers: {"Content-Type": "application/json"}, body: body && JSON.stringify(body)});
+const api = (path, options) =>
+  fetch(url + "_sim/api/" + path, options).then(answer => answer.json());
+const change = (method, path, body) => api(path, {
+  method, headers: {"Content-Type": "application/json"}, body: body && JSON.stringify(body)});
 
 async function open(view = "exchanges", options = {}) {
   context = await browser.newContext({viewport: {width: 1280, height: 800}, ...options});
@@ -56,13 +62,15 @@ async function open(view = "exchanges", options = {}) {
 const go = view => page.click(`nav a[href="#${view}"]`);
 const rows = table => page.locator(`#${table} > tbody > tr`);
 const waitForRows = (table, number) => page.waitForFunction(
-  ([id, wanted]) => document.querySelectorAll(`#${id} > tbody > tr`).length === wanted, [table, number]);
+  ([id, wanted]) => document.querySelectorAll(`#${id} > tbody > tr`).length === wanted,
+  [table, number]);
 
 before(async () => {
   url = await startSimulator(0);
-  browser = await chromium.launch({executablePath: process.env.CHROMIUM || "/usr/bin/chromium", headless: true,
-    args: ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
-           "--disable-component-update", "--disable-sync"]});
+  browser = await chromium.launch({
+    executablePath: process.env.CHROMIUM || "/usr/bin/chromium", headless: true,
+    args: ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+           "--disable-background-networking", "--disable-component-update", "--disable-sync"]});
 });
 
 beforeEach(async () => {
@@ -83,7 +91,8 @@ test("an exchange of a device appears without reload", async () => {
   assert.match(await page.textContent("#exchange-empty"), /No device has called yet/);
   assert.equal(await korrin("check"), 0);
   await waitForRows("exchange-table", 2); // the check and its log record
-  assert.match(await rows("exchange-table").nth(1).innerText(), /GET \/su\/search\s+chkud\s+KX-100\s+200/);
+  assert.match(await rows("exchange-table").nth(1).innerText(),
+               /GET \/su\/search\s+chkud\s+KX-100\s+200/);
   assert.deepEqual(problems, []);
 });
 
@@ -113,7 +122,8 @@ test("request and answer are shown side by side, byte for byte", async () => {
   await page.waitForSelector("#detail .pair");
   assert.deepEqual(await page.locator("#detail .items tr").allInnerTexts(),
                    ["is\tchkud", "lang\ten", "pn\tGr\u00fc\u00dfe & Co", "sv\t1.0"]);
-  const {request, answer} = await api("exchanges/" + await rows("exchange-table").nth(1).getAttribute("data-id"));
+  const id = await rows("exchange-table").nth(1).getAttribute("data-id");
+  const {request, answer} = await api("exchanges/" + id);
   const shown = await page.locator("#detail pre").allInnerTexts();
   const expected = text => Buffer.from(text, "base64").toString("latin1").replaceAll("\r", "")
     .replace(/[^\n\t -~]/g, c => "\\x" + c.charCodeAt(0).toString(16));
@@ -122,8 +132,10 @@ test("request and answer are shown side by side, byte for byte", async () => {
   assert.match(shown[1], /Gr\\xc3\\xbc/);
 
   await page.click("#hex");
-  await page.waitForFunction(() => document.querySelector("#detail pre").textContent.startsWith("000000  47 45 54 20"));
-  const [download] = await Promise.all([page.waitForEvent("download"), page.locator("#detail h3 a").nth(1).click()]);
+  await page.waitForFunction(
+    () => document.querySelector("#detail pre").textContent.startsWith("000000  47 45 54 20"));
+  const [download] = await Promise.all(
+    [page.waitForEvent("download"), page.locator("#detail h3 a").nth(1).click()]);
   assert.equal(readFileSync(await download.path()).toString("base64"), answer);
   await page.keyboard.press("Escape");
   assert.equal(await page.isVisible("#detail"), false);
@@ -131,14 +143,16 @@ test("request and answer are shown side by side, byte for byte", async () => {
 });
 
 test("a fault that is switched on makes the next check fail, off makes it pass", async () => {
-  await change("POST", "faults", {fault: "status", code: 503, match: {is: "chkud"}, enabled: false});
+  await change("POST", "faults",
+               {fault: "status", code: 503, match: {is: "chkud"}, enabled: false});
   await open("faults");
   await waitForRows("fault-table", 1);
   assert.equal(await korrin("check"), 0);
   await page.click("[role=switch]");
   await page.waitForSelector("[role=switch][aria-checked=true]");
   assert.equal(await korrin("check"), 4);
-  await page.waitForFunction(() => document.querySelector("#fault-table td.number").textContent === "1");
+  await page.waitForFunction(
+    () => document.querySelector("#fault-table td.number").textContent === "1");
   await page.click("[role=switch]");
   await page.waitForSelector("[role=switch][aria-checked=false]");
   assert.equal(await korrin("check"), 0);
@@ -154,13 +168,15 @@ test("rules are added and removed, and a wrong one is explained", async () => {
   await page.click("#fault-form [type=submit]");
   await waitForRows("fault-table", 1);
   const [rule] = (await api("faults")).faults;
-  assert.deepEqual([rule.fault, rule.code, rule.message, rule.match], ["refuse", "99", "Not you.", {product: "KX-100", next: 2}]);
+  assert.deepEqual([rule.fault, rule.code, rule.message, rule.match],
+                   ["refuse", "99", "Not you.", {product: "KX-100", next: 2}]);
   assert.equal(await korrin("check"), 2);
 
   await page.selectOption("#fault-form [name=fault]", "delay");
   await page.fill("#fault-form [name=p-ms]", "soon");
   await page.click("#fault-form [type=submit]");
-  await page.waitForFunction(() => document.querySelector("#fault-error").textContent.includes("ms"));
+  await page.waitForFunction(
+    () => document.querySelector("#fault-error").textContent.includes("ms"));
   assert.equal(await rows("fault-table").count(), 1);
   await page.click("#fault-table .danger");
   await waitForRows("fault-table", 0);
@@ -188,7 +204,8 @@ test("devices, cloud log, reports and objects fill while one watches", async () 
   await waitForRows("log-table", 1);
   await korrin("check", "-p", "product_no=nobody");
   await waitForRows("log-table", 2);
-  assert.match(await rows("log-table").first().innerText(), /nobody\s+korrinCheckEnable\s+-\s+203\s+10:Unknown product: nobody/);
+  assert.match(await rows("log-table").first().innerText(),
+               /nobody\s+korrinCheckEnable\s+-\s+203\s+10:Unknown product: nobody/);
   await page.click("#log-table summary");
   assert.match(await rows("log-table").first().innerText(), /server_url\s+http:/);
   await page.fill("#log-filter [name=q]", "203");
@@ -199,7 +216,8 @@ test("devices, cloud log, reports and objects fill while one watches", async () 
   await go("objects");
   await upload("log.zip");
   await page.waitForSelector("#object-table a");
-  const [download] = await Promise.all([page.waitForEvent("download"), page.click("#object-table a")]);
+  const [download] = await Promise.all(
+    [page.waitForEvent("download"), page.click("#object-table a")]);
   assert.equal(String(readFileSync(await download.path())), "PK and so on");
   assert.deepEqual(problems, []);
 });
@@ -236,8 +254,9 @@ test("what a device sends stays text", async () => {
 
 test("long texts of a device fit a phone", async () => {
   const long = "x".repeat(400);
-  const items = [["is", "cloudlog"], ...["pn", "ldt", "mode", "fn", "fa", "en", "ed", "pr", long].map(key => [key, long])];
-  await fetch(url + "su/upload", {method: "POST", body: items.map(item => item.join("=")).join("&")});
+  const keys = ["pn", "ldt", "mode", "fn", "fa", "en", "ed", "pr", long];
+  const items = ["is=cloudlog", ...keys.map(key => key + "=" + long)];
+  await fetch(url + "su/upload", {method: "POST", body: items.join("&")});
   await open("exchanges", {viewport: {width: 390, height: 844}});
   await waitForRows("exchange-table", 1);
   await rows("exchange-table").first().click();
@@ -286,7 +305,8 @@ test("the keyboard suffices", async () => {
   assert.equal(await page.evaluate(() => document.activeElement.className), "skip");
   await page.focus("#exchange-table tbody tr");
   await page.evaluate(() => loadExchanges());
-  assert.equal(await page.evaluate(() => document.activeElement.rowIndex), 1, "a list that is loaded anew keeps the focus");
+  assert.equal(await page.evaluate(() => document.activeElement.rowIndex), 1,
+               "a list that is loaded anew keeps the focus");
   await page.keyboard.press("ArrowDown");
   await page.keyboard.press("Enter");
   await page.waitForSelector("#detail .pair");
@@ -309,7 +329,8 @@ test("a slow exchange is shown while it is under way, and then as it ended", asy
   await page.waitForSelector("#exchange-table tr:has-text('…')");
   assert.equal(await running, 0);
   await waitForRows("exchange-table", 2);
-  await page.waitForFunction(() => !document.querySelector("#exchange-table").innerText.includes("…"));
+  await page.waitForFunction(
+    () => !document.querySelector("#exchange-table").innerText.includes("…"));
 });
 
 test("the page finds the simulator again after a restart", async () => {
@@ -335,14 +356,17 @@ test("every view fits a phone, in light and dark, and is photographed", async ()
   await korrin("check", "-p", "product_no=KX-200", "-p", "soft_ver=1.2");
   await korrin("check", "-p", "product_no=KX-999");
   await upload("kx-100.zip");
-  await change("POST", "faults", {fault: "status", code: 503, match: {is: "chkud", product: "KX-200", next: 2}});
-  await change("POST", "faults", {fault: "drip", bytes_per_second: 2000, match: {path: "/su/download"}, enabled: false});
+  await change("POST", "faults",
+               {fault: "status", code: 503, match: {is: "chkud", product: "KX-200", next: 2}});
+  await change("POST", "faults", {fault: "drip", bytes_per_second: 2000,
+                                  match: {path: "/su/download"}, enabled: false});
   await korrin("check", "-p", "product_no=KX-200", "-p", "soft_ver=1.2");
   const looks = [["light", {colorScheme: "light"}], ["dark", {colorScheme: "dark"}],
                  ["phone", {viewport: {width: 390, height: 844}, colorScheme: "light"}]];
   for (const [look, options] of looks) {
     await open("exchanges", options);
-    for (const view of ["exchanges", "detail", "devices", "cloudlog", "reports", "objects", "faults"]) {
+    for (const view of ["exchanges", "detail", "devices", "cloudlog", "reports", "objects",
+                        "faults"]) {
       if (view === "detail") {
         await page.locator("#exchange-table tbody tr:has-text('KX-100')").last().click();
         await page.waitForSelector("#detail .pair");
@@ -350,8 +374,11 @@ test("every view fits a phone, in light and dark, and is photographed", async ()
         await go(view);
         await page.waitForSelector(`#view-${view} tbody tr`);
       }
-      const width = await page.evaluate(() => [document.documentElement.scrollWidth, document.documentElement.clientWidth]);
-      assert.ok(width[0] <= width[1], `${look} ${view} is ${width[0]} wide in ${width[1]}`);
+      const [wide, seen] = await page.evaluate(() => {
+        const {scrollWidth, clientWidth} = document.documentElement;
+        return [scrollWidth, clientWidth];
+      });
+      assert.ok(wide <= seen, `${look} ${view} is ${wide} wide in ${seen}`);
       if (folder)
         await page.screenshot({path: join(folder, `${look}-${view}.png`), fullPage: true});
     }

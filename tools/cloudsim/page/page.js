@@ -33,10 +33,12 @@ const change = (method, path, body) => ask(path, {
 
 const clockTime = iso => {
   const date = new Date(iso);
-  return date.toLocaleTimeString([], {hour12: false}) + "." + String(date.getMilliseconds()).padStart(3, "0");
+  const milliseconds = String(date.getMilliseconds()).padStart(3, "0");
+  return date.toLocaleTimeString([], {hour12: false}) + "." + milliseconds;
 };
 const dateTime = iso => iso.slice(0, 10) + " " + clockTime(iso);
-const duration = ms => ms === null ? "…" : ms < 1000 ? ms.toFixed(1) + " ms" : (ms / 1000).toFixed(2) + " s";
+const duration = ms => ms === null ? "…"
+  : ms < 1000 ? ms.toFixed(1) + " ms" : (ms / 1000).toFixed(2) + " s";
 const count = number => number.toLocaleString("en");
 
 function cell(text, className = "", name = "") {
@@ -65,15 +67,18 @@ let hasOlder = false;
 let arrived = [];
 
 function passes(exchange) {
-  const text = [exchange.path, exchange.is, exchange.product, exchange.fault, exchange.status].join(" ");
-  return (!filter.is || exchange.is === filter.is) && (!filter.product || exchange.product === filter.product)
+  const {path, is, product, fault, status} = exchange;
+  const text = [path, is, product, fault, status].join(" ");
+  return (!filter.is || is === filter.is) && (!filter.product || product === filter.product)
     && text.toLowerCase().includes(filter.q.toLowerCase());
 }
 
 function exchangeRow(exchange) {
   const failed = exchange.status === 0 || exchange.status >= 400;
-  const status = exchange.status === 0 ? (exchange.duration_ms === null ? "…" : "none") : String(exchange.status);
-  return element("tr", {tabindex: 0, "data-id": exchange.id, "aria-selected": String(exchange.id === openId),
+  const noStatus = exchange.duration_ms === null ? "…" : "none";
+  const status = exchange.status === 0 ? noStatus : String(exchange.status);
+  return element("tr", {tabindex: 0, "data-id": exchange.id,
+                        "aria-selected": String(exchange.id === openId),
                         onclick: () => openExchange(exchange.id), onkeydown: rowKey},
     cell(clockTime(exchange.time), "nowrap"),
     cell(exchange.method + " " + exchange.path, "mono"),
@@ -112,7 +117,8 @@ function showExchangeFrame() {
   byId("exchange-table").hidden = isEmpty;
   byId("exchange-empty").hidden = !isEmpty;
   byId("exchange-empty").textContent = isFiltered ? "No exchange fits." :
-    "No device has called yet. Try: korrin check -p server_url=" + location.origin + "/ -p mode=update -p product_no=KX-100 -p soft_ver=1.0";
+    "No device has called yet. Try: korrin check -p server_url=" + location.origin
+      + "/ -p mode=update -p product_no=KX-100 -p soft_ver=1.0";
   byId("older").hidden = !hasOlder || isEmpty;
 }
 
@@ -217,14 +223,21 @@ let showsHex = false;
 function side(title, id, bytes, total, truncated) {
   const shown = bytes.subarray(0, SHOWN_BYTES);
   const link = element("a", {download: title.toLowerCase() + "-" + id + ".bin",
-                             href: "data:application/octet-stream;base64," + bytes.base64}, "save the bytes");
-  const note = truncated ? "the first " + count(bytes.length) + " of " + count(total) + " bytes are kept" : count(total) + " bytes";
+                             href: "data:application/octet-stream;base64," + bytes.base64},
+                       "save the bytes");
+  const kept = truncated ? "the first " + count(bytes.length) + " of " : "";
+  const note = kept + count(total) + " bytes" + (truncated ? " are kept" : "");
   const more = shown.length < bytes.length ? ", " + count(shown.length) + " shown" : "";
   return element("div", {class: "side"},
-    element("h3", {}, title, element("span", {class: "soft"}, note + more), bytes.length ? link : ""),
-    bytes.length ? (showsHex ? bytesAsHex(shown) : bytesAsText(shown))
-                 : element("p", {class: "soft"}, title === "Answer" ? "No answer was sent." : "Nothing."));
+    element("h3", {}, title, element("span", {class: "soft"}, note + more),
+            bytes.length ? link : ""),
+    bytes.length
+      ? (showsHex ? bytesAsHex(shown) : bytesAsText(shown))
+      : element("p", {class: "soft"}, title === "Answer" ? "No answer was sent." : "Nothing."));
 }
+
+const itemRow = ([key, value]) => element("tr", {},
+  element("th", {scope: "row"}, key), element("td", {class: "mono"}, value));
 
 async function openExchange(id, moves = true) {
   openId = id;
@@ -243,15 +256,15 @@ async function openExchange(id, moves = true) {
   const answer = fromBase64(exchange.answer);
   request.base64 = exchange.request;
   answer.base64 = exchange.answer;
-  const items = exchange.items.map(([key, value]) =>
-    element("tr", {}, element("th", {scope: "row"}, key), element("td", {class: "mono"}, value)));
+  const items = exchange.items.map(itemRow);
+  const fault = exchange.fault ? ", fault: " + exchange.fault : "";
   const detail = byId("detail");
   detail.hidden = false;
   detail.replaceChildren(
     element("div", {class: "bar"},
-      element("h2", {}, "Exchange " + id + ", " + dateTime(exchange.time) + (exchange.fault ? ", fault: " + exchange.fault : "")),
+      element("h2", {}, "Exchange " + id + ", " + dateTime(exchange.time) + fault),
       element("button", {type: "button", "aria-pressed": String(showsHex), id: "hex",
-                         onclick: () => { showsHex = !showsHex; openExchange(id, false).then(() => byId("hex").focus()); }}, "Hexadecimal"),
+                         onclick: () => toggleHex(id)}, "Hexadecimal"),
       element("button", {type: "button", id: "close", onclick: closeExchange}, "Close")),
     items.length ? element("table", {class: "items"}, element("tbody", {}, ...items)) : "",
     element("div", {class: "pair"},
@@ -259,6 +272,11 @@ async function openExchange(id, moves = true) {
       side("Answer", id, answer, exchange.answer_bytes, exchange.answer_truncated)));
   if (moves)
     detail.focus();
+}
+
+function toggleHex(id) {
+  showsHex = !showsHex;
+  openExchange(id, false).then(() => byId("hex").focus());
 }
 
 function closeExchange() {
@@ -279,31 +297,39 @@ async function loadDevices() {
   fill("device-table", (await ask("devices")).devices.map(device => {
     const [result, look] = results[device.last_result] || ["", ""];
     return element("tr", {}, cell(device.product), cell(device.version, "", "version"),
-      cell(dateTime(device.last_contact), "nowrap"), cell(count(device.exchanges), "number", "exchanges"),
+      cell(dateTime(device.last_contact), "nowrap"),
+      cell(count(device.exchanges), "number", "exchanges"),
       cell(result, look, "update"), cell(device.last_error, "bad wide"));
   }));
 }
 
+const settingsOf = (record, settings, open) => element("details",
+  {"data-id": record.id, open: open.has(String(record.id))},
+  element("summary", {}, settings.length + " set"),
+  element("table", {class: "items"}, element("tbody", {}, ...settings)));
+
 async function loadLog() {
   const form = new FormData(byId("log-filter"));
   const query = new URLSearchParams({q: form.get("q"), product: form.get("product")});
-  const open = new Set([...document.querySelectorAll("#log-table details[open]")].map(d => d.dataset.id));
+  const open = new Set();
+  for (const details of document.querySelectorAll("#log-table details[open]"))
+    open.add(details.dataset.id);
   fill("log-table", (await ask("cloudlog?" + query)).records.map(record => {
-    const settings = Object.entries(record.settings).filter(([, value]) => value !== "").map(([key, value]) =>
-      element("tr", {}, element("th", {scope: "row"}, key), element("td", {class: "mono"}, value)));
+    const settings =
+      Object.entries(record.settings).filter(([, value]) => value !== "").map(itemRow);
     const failed = record.error !== "0";
     return element("tr", {}, cell(record.time, unbroken(record.time)), cell(record.product),
       cell(record.function, "mono " + unbroken(record.function)), cell(record.arguments, "mono"),
-      cell(record.error, (unbroken(record.error) && "number ") + (failed ? "bad" : ""), "error"), cell(record.detail, failed ? "bad wide" : "wide"),
-      cell(settings.length ? element("details", {"data-id": record.id, open: open.has(String(record.id))},
-        element("summary", {}, settings.length + " set"),
-        element("table", {class: "items"}, element("tbody", {}, ...settings))) : "", "wide"));
+      cell(record.error, (unbroken(record.error) && "number ") + (failed ? "bad" : ""), "error"),
+      cell(record.detail, failed ? "bad wide" : "wide"),
+      cell(settings.length ? settingsOf(record, settings, open) : "", "wide"));
   }));
 }
 
 async function loadReports() {
   fill("report-table", (await ask("reports")).reports.map(report => element("tr", {},
-    cell(dateTime(report.received), "nowrap"), cell(report.product), cell(report.version, "", "version"),
+    cell(dateTime(report.received), "nowrap"), cell(report.product),
+    cell(report.version, "", "version"),
     cell(report.kind === "result" ? (report.result === "1" ? "succeeded" : "failed") : "log",
          report.kind !== "result" ? "" : report.result === "1" ? "good" : "bad"),
     cell(report.text, "mono wide"))));
@@ -314,8 +340,8 @@ async function loadObjects() {
     const path = object.bucket + "/" + object.key;
     const href = "/" + path.split("/").map(encodeURIComponent).join("/");
     return element("tr", {}, cell(element("a", {href, download: true}, path), "mono wide"),
-      cell(count(object.bytes), "number", "bytes"), cell(object.content_type), cell(object.etag, "mono wide"),
-      cell(dateTime(object.time), "nowrap"));
+      cell(count(object.bytes), "number", "bytes"), cell(object.content_type),
+      cell(object.etag, "mono wide"), cell(dateTime(object.time), "nowrap"));
   }));
 }
 
@@ -323,14 +349,20 @@ async function loadObjects() {
 
 const FAULTS = {
   delay: {help: "The answer begins later.", fields: [["ms", "Milliseconds", "1000"]]},
-  stall: {help: "Silence for ever, before the answer or in the middle of its body.", fields: [["at", "Where", ["before", "body"]]]},
-  drip: {help: "The answer comes slowly.", fields: [["bytes_per_second", "Bytes per second", "100"]]},
-  cut: {help: "The connection is closed within the body; half of it goes out when no number is given.", fields: [["bytes", "After bytes", ""]]},
+  stall: {help: "Silence for ever, before the answer or in the middle of its body.",
+          fields: [["at", "Where", ["before", "body"]]]},
+  drip: {help: "The answer comes slowly.",
+         fields: [["bytes_per_second", "Bytes per second", "100"]]},
+  cut: {help: "The connection is closed within the body; half of it goes out when no number is"
+              + " given.",
+        fields: [["bytes", "After bytes", ""]]},
   close: {help: "The connection is closed before the answer.", fields: []},
   reset: {help: "The connection is reset before the answer.", fields: []},
-  status: {help: "An HTTP status; the request is not carried out.", fields: [["code", "Status", "503"]]},
+  status: {help: "An HTTP status; the request is not carried out.",
+           fields: [["code", "Status", "503"]]},
   echo: {help: "The answer names another kind of request.", fields: [["text", "Kind", "other"]]},
-  refuse: {help: "The server says no; the request is not carried out.", fields: [["code", "Code", "99"], ["message", "Message", "Not today."]]},
+  refuse: {help: "The server says no; the request is not carried out.",
+           fields: [["code", "Code", "99"], ["message", "Message", "Not today."]]},
   space: {help: "White space between the answer's elements.", fields: []},
   malformed: {help: "The answer is not well-formed XML.", fields: []},
   huge: {help: "The answer is filled up.", fields: [["bytes", "Bytes", "67108864"]]},
@@ -353,8 +385,9 @@ function ruleFromForm(form) {
   const rule = {fault: form.fault.value, match: {}};
   for (const [name] of FAULTS[rule.fault].fields) {
     const text = form["p-" + name].value;
+    const isText = TEXT_FIELDS.includes(name) || (rule.fault === "refuse" && name === "code");
     if (text !== "")
-      rule[name] = TEXT_FIELDS.includes(name) || (rule.fault === "refuse" && name === "code") ? text : numeric(text);
+      rule[name] = isText ? text : numeric(text);
   }
   for (const key of ["path", "is", "product"]) {
     if (form[key].value)
@@ -366,19 +399,23 @@ function ruleFromForm(form) {
 }
 
 function describe(object, left) {
-  return Object.entries(object).filter(([key]) => !left.includes(key)).map(([key, value]) => key + " " + value).join(", ");
+  return Object.entries(object).filter(([key]) => !left.includes(key))
+    .map(([key, value]) => key + " " + value).join(", ");
 }
 
 function faultRow(rule) {
   const parameters = describe(rule, ["id", "enabled", "match", "fault", "hits"]);
   const title = rule.fault + (parameters ? ", " + parameters : "");
   const toggle = element("button", {type: "button", role: "switch", "aria-label": title});
+  const path = "faults/" + rule.id;
   toggle.addEventListener("click", () => tryFault(() =>
-    change("PATCH", "faults/" + rule.id, {enabled: toggle.getAttribute("aria-checked") !== "true"})));
+    change("PATCH", path, {enabled: toggle.getAttribute("aria-checked") !== "true"})));
   return element("tr", {"data-id": rule.id},
-    cell(toggle), cell(title), cell(describe(rule.match, []) || "every exchange"), cell("", "number", "hits"),
+    cell(toggle), cell(title), cell(describe(rule.match, []) || "every exchange"),
+    cell("", "number", "hits"),
     cell(element("button", {type: "button", class: "danger", "aria-label": "Remove " + title,
-                            onclick: () => tryFault(() => change("DELETE", "faults/" + rule.id))}, "Remove"), "number"));
+                            onclick: () => tryFault(() => change("DELETE", path))}, "Remove"),
+         "number"));
 }
 
 /** Rows stay the same elements, so that a key or a click that is under way meets its switch. */
@@ -411,7 +448,8 @@ const loadFaults = async () => showFaults((await ask("faults")).faults);
 
 // Views and events
 
-const VIEWS = {exchanges: loadExchanges, devices: loadDevices, cloudlog: loadLog, reports: loadReports, objects: loadObjects, faults: loadFaults};
+const VIEWS = {exchanges: loadExchanges, devices: loadDevices, cloudlog: loadLog,
+               reports: loadReports, objects: loadObjects, faults: loadFaults};
 
 const currentView = () => VIEWS[location.hash.slice(1)] ? location.hash.slice(1) : "exchanges";
 
@@ -492,7 +530,9 @@ function setUp() {
   byId("fault-form").fault.append(...Object.keys(FAULTS).map(kind => element("option", {}, kind)));
   showFaultFields();
   byId("fault-form").fault.addEventListener("change", showFaultFields);
-  byId("fault-form").often.addEventListener("change", event => { byId("often-label").hidden = !event.target.value; });
+  byId("fault-form").often.addEventListener("change", event => {
+    byId("often-label").hidden = !event.target.value;
+  });
   byId("fault-form").addEventListener("submit", event => {
     event.preventDefault();
     tryFault(() => change("POST", "faults", ruleFromForm(event.target)));
@@ -507,7 +547,8 @@ function setUp() {
   byId("exchange-filter").addEventListener("submit", event => event.preventDefault());
   byId("log-filter").addEventListener("input", later(() => load("cloudlog")));
   byId("log-filter").addEventListener("submit", event => event.preventDefault());
-  byId("older").addEventListener("click", () => loadExchanges(Math.min(...exchanges.keys())).catch(() => setConnection("lost")));
+  byId("older").addEventListener("click", () =>
+    loadExchanges(Math.min(...exchanges.keys())).catch(() => setConnection("lost")));
   byId("clear").addEventListener("click", () => {
     if (confirm("Forget all exchanges, log records, reports and devices? Objects stay."))
       change("DELETE", "exchanges").catch(() => setConnection("lost"));
