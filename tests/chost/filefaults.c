@@ -4,8 +4,8 @@
  *   KORRIN_FAULT       CALL,N,ACTION[,forever]
  *
  * CALL is open, read, write, sync, rename, remove or any. ACTION is kill (the process, before the
- * call), short (a write of half the bytes), or the number of an error. A file ".struck" in the
- * directory tells that the n-th call was made. */
+ * call), short (a write of half the bytes), none, or the number of an error. A file ".struck" in
+ * the directory tells that the n-th call was made; ".calls" names all calls and their files. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -20,7 +20,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-enum { MAX_DESCRIPTORS = 4096, KILL = -1, SHORT = -2, NONE = 0 };
+enum { MAX_DESCRIPTORS = 4096, MAX_NAME = 64, KILL = -1, SHORT = -2, NONE = 0 };
 
 static char directory[4096];
 static char wantedCall[16];
@@ -30,7 +30,7 @@ static int lasting;
 
 static pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 static int calls;
-static char watched[MAX_DESCRIPTORS];
+static char names[MAX_DESCRIPTORS][MAX_NAME]; /* empty: not below the directory */
 
 static void *real(const char *name)
 {
@@ -54,33 +54,49 @@ __attribute__((constructor)) static void readEnvironment(void)
     lasting = strstr(what, ",forever") != NULL;
 }
 
-static int isWatchedPath(const char *path)
+/* A path's name below the directory, "." for the directory; NULL for any other path. */
+static const char *nameOfPath(const char *path)
 {
-    return directory[0] && strncmp(path, directory, strlen(directory)) == 0;
+    const size_t length = strlen(directory);
+    if (length == 0 || strncmp(path, directory, length) != 0)
+        return NULL;
+    path += length + (path[length] == '/');
+    return *path ? path : ".";
 }
 
-static int isWatched(int fd)
+static const char *nameOf(int fd)
 {
-    return fd >= 0 && fd < MAX_DESCRIPTORS && watched[fd];
+    return fd >= 0 && fd < MAX_DESCRIPTORS && names[fd][0] ? names[fd] : NULL;
 }
 
-static void watch(int fd, int on)
+static void watch(int fd, const char *name)
 {
     if (fd >= 0 && fd < MAX_DESCRIPTORS)
-        watched[fd] = (char)on;
+        snprintf(names[fd], MAX_NAME, "%s", name ? name : "");
 }
 
-/* Past the functions below. */
-static void leaveMark(void)
+/* Adds a text to a file in the directory, past the functions below. */
+static void leaveNote(const char *name, const char *text)
 {
     char path[sizeof directory + 16];
-    snprintf(path, sizeof path, "%s/.struck", directory);
-    syscall(SYS_close, syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT, 0600));
+    snprintf(path, sizeof path, "%s/%s", directory, name);
+    const int flags = O_WRONLY | O_CREAT | O_APPEND;
+    const long fd = syscall(SYS_openat, AT_FDCWD, path, flags, 0600);
+    syscall(SYS_write, fd, text, strlen(text));
+    syscall(SYS_close, fd);
+}
+
+static void noteCall(const char *call, const char *name)
+{
+    char line[2 * MAX_NAME];
+    snprintf(line, sizeof line, "%s %s\n", call, name);
+    leaveNote(".calls", line);
 }
 
 /* What befalls this call: NONE, SHORT, or an error number. Does not return from a kill. */
-static int faultOf(const char *call)
+static int faultOf(const char *call, const char *name)
 {
+    noteCall(call, name);
     if (strcmp(wantedCall, "any") != 0 && strcmp(wantedCall, call) != 0)
         return NONE;
     pthread_mutex_lock(&mutex);
@@ -88,15 +104,15 @@ static int faultOf(const char *call)
     pthread_mutex_unlock(&mutex);
     if (lasting ? number < wantedNumber : number != wantedNumber)
         return NONE;
-    leaveMark();
+    leaveNote(".struck", "");
     if (action == KILL)
         kill(getpid(), SIGKILL);
     return action;
 }
 
-static int fails(int isOurs, const char *call)
+static int fails(const char *name, const char *call)
 {
-    const int fault = isOurs ? faultOf(call) : NONE;
+    const int fault = name ? faultOf(call, name) : NONE;
     if (fault <= 0)
         return 0;
     errno = fault;
@@ -110,11 +126,11 @@ static int fails(int isOurs, const char *call)
         va_start(arguments, flags);                                                                \
         const mode_t mode = (flags & (O_CREAT | __O_TMPFILE)) ? va_arg(arguments, mode_t) : 0;     \
         va_end(arguments);                                                                         \
-        if (fails(isWatchedPath(path), "open"))                                                    \
+        if (fails(nameOfPath(path), "open"))                                                       \
             return -1;                                                                             \
         int (*next)(const char *, int, ...) = (int (*)(const char *, int, ...))real(#name);        \
         const int fd = next(path, flags, mode);                                                    \
-        watch(fd, isWatchedPath(path));                                                            \
+        watch(fd, nameOfPath(path));                                                               \
         return fd;                                                                                 \
     }
 DEFINE_OPEN(open)
@@ -122,13 +138,13 @@ DEFINE_OPEN(open64)
 
 int close(int fd)
 {
-    watch(fd, 0);
+    watch(fd, NULL);
     return ((int (*)(int))real("close"))(fd);
 }
 
 ssize_t read(int fd, void *out, size_t size)
 {
-    if (fails(isWatched(fd), "read"))
+    if (fails(nameOf(fd), "read"))
         return -1;
     return ((ssize_t(*)(int, void *, size_t))real("read"))(fd, out, size);
 }
@@ -136,7 +152,7 @@ ssize_t read(int fd, void *out, size_t size)
 #define DEFINE_PREAD(name, offsetType)                                                             \
     ssize_t name(int fd, void *out, size_t size, offsetType offset)                                \
     {                                                                                              \
-        if (fails(isWatched(fd), "read"))                                                          \
+        if (fails(nameOf(fd), "read"))                                                             \
             return -1;                                                                             \
         return ((ssize_t(*)(int, void *, size_t, offsetType))real(#name))(fd, out, size, offset);  \
     }
@@ -146,7 +162,8 @@ DEFINE_PREAD(pread64, off64_t)
 /* The bytes that may be written, or -1. */
 static ssize_t allowed(int fd, size_t size)
 {
-    const int fault = isWatched(fd) ? faultOf("write") : NONE;
+    const char *name = nameOf(fd);
+    const int fault = name ? faultOf("write", name) : NONE;
     if (fault == SHORT)
         return (ssize_t)(size / 2);
     if (fault > 0) {
@@ -177,24 +194,22 @@ DEFINE_PWRITE(pwrite64, off64_t)
 
 int fsync(int fd)
 {
-    return fails(isWatched(fd), "sync") ? -1 : ((int (*)(int))real("fsync"))(fd);
+    return fails(nameOf(fd), "sync") ? -1 : ((int (*)(int))real("fsync"))(fd);
 }
 
 int ftruncate64(int fd, off64_t size)
 {
-    return fails(isWatched(fd), "write") ? -1
-                                         : ((int (*)(int, off64_t))real("ftruncate64"))(fd, size);
+    return fails(nameOf(fd), "write") ? -1 : ((int (*)(int, off64_t))real("ftruncate64"))(fd, size);
 }
 
 int rename(const char *from, const char *to)
 {
-    return fails(isWatchedPath(from), "rename")
+    return fails(nameOfPath(from), "rename")
         ? -1
         : ((int (*)(const char *, const char *))real("rename"))(from, to);
 }
 
 int remove(const char *path)
 {
-    return fails(isWatchedPath(path), "remove") ? -1
-                                                : ((int (*)(const char *))real("remove"))(path);
+    return fails(nameOfPath(path), "remove") ? -1 : ((int (*)(const char *))real("remove"))(path);
 }

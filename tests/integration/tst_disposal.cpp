@@ -1,3 +1,4 @@
+#include "processusage.h"
 #include "runningcall.h"
 #include "scriptedserver.h"
 
@@ -21,6 +22,8 @@ class tst_Disposal : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
     void init();
     void cleanup() { korrinClose(); }
 
@@ -41,7 +44,25 @@ private:
     void stallAfter(const QByteArray &bytes);
 
     QScopedPointer<ScriptedServer> server;
+    ProcessUsage usageBefore;
 };
+
+void tst_Disposal::initTestCase()
+{
+    init();
+    Handle(baseParameters(server->url(), "update")).checkEnable();
+    cleanup();
+    server.reset();
+    usageBefore = ProcessUsage::now();
+}
+
+/// Nothing is left of the calls that were cut off.
+void tst_Disposal::cleanupTestCase()
+{
+    server.reset();
+    QTRY_COMPARE(ProcessUsage::now().threads, usageBefore.threads);
+    QTRY_COMPARE(ProcessUsage::now().descriptors, usageBefore.descriptors);
+}
 
 void tst_Disposal::init()
 {

@@ -1,13 +1,12 @@
 // Makes many calls in mixed modes, threads and faults against a local cloud, and watches what the
 // process holds. Usage: soak CALLS [CSV-FILE]. Exits 0 when memory, descriptors and threads stay
-// flat.
+// flat and calls of each kind succeed.
 
 #include "korrinhost.h"
+#include "processusage.h"
 #include "simulator.h"
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <algorithm>
@@ -30,28 +29,31 @@ const int MOST_GROWTH_KIB = 2048;
 
 struct Sample {
     int calls = 0;
-    int residentKib = 0;
-    int descriptors = 0;
-    int threads = 0;
+    ProcessUsage usage;
 };
 
-int statusNumber(const char *key)
-{
-    QFile file(QStringLiteral("/proc/self/status"));
-    if (!file.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray &line : file.readAll().split('\n')) {
-        if (line.startsWith(key))
-            return line.mid(line.indexOf(':') + 1).trimmed().split(' ').at(0).toInt();
-    }
-    return 0;
-}
+/// What became of the calls of a kind.
+struct Kind {
+    const char *name;
+    std::atomic<int> calls{0};
+    std::atomic<int> successes{0};
 
-Sample sampleAt(int calls)
-{
-    const int descriptors = QDir(QStringLiteral("/proc/self/fd")).entryList().size();
-    return {calls, statusNumber("VmRSS"), descriptors, statusNumber("Threads")};
-}
+    void add(int result)
+    {
+        ++calls;
+        successes += result;
+    }
+    /// The rest meets faults, or a mode that has no answer for it.
+    bool isAlive() const { return successes > calls / 10; }
+};
+
+struct Kinds {
+    Kind check{"check"};
+    Kind send{"send"};
+    Kind recv{"recv"};
+    Kind recvFile{"recvFile"};
+    Kind sendFile{"sendFile"};
+};
 
 void addFaults(Simulator &cloud)
 {
@@ -66,7 +68,8 @@ void addFaults(Simulator &cloud)
 }
 
 /// A handle's life: a mode, and a row of calls.
-void useHandle(const QByteArray &url, const QString &directory, std::mt19937 &random, int calls)
+void useHandle(const QByteArray &url, const QString &directory, std::mt19937 &random, int calls,
+               Kinds *kinds)
 {
     const QList<QByteArray> modes = {"update", "update", "remote_access", "submit_info",
                                      "s3_upload"};
@@ -84,19 +87,19 @@ void useHandle(const QByteArray &url, const QString &directory, std::mt19937 &ra
     for (int i = 0; i < calls; ++i) {
         switch (random() % 5) {
         case 0:
-            handle.checkEnable();
+            kinds->check.add(handle.checkEnable());
             break;
         case 1:
-            handle.sendData(QByteArray(int(random() % 5000), 'd'));
+            kinds->send.add(handle.sendData(QByteArray(int(random() % 5000), 'd')));
             break;
         case 2:
-            handle.recvData();
+            kinds->recv.add(handle.recvData());
             break;
         case 3:
-            handle.recvFile(file);
+            kinds->recvFile.add(handle.recvFile(file));
             break;
         default:
-            handle.sendFile(file); // exists after a reception
+            kinds->sendFile.add(handle.sendFile(file)); // exists after a reception
         }
     }
     std::remove(file.constData());
@@ -109,16 +112,17 @@ double median(std::vector<int> values)
 }
 
 /// Compares the last quarter with the second: the first warms caches up.
-bool isFlat(const std::vector<Sample> &samples, const char *what, int Sample::*field, int most)
+bool isFlat(const std::vector<Sample> &samples, const char *what, int ProcessUsage::*field,
+            int most)
 {
     const size_t quarter = samples.size() / 4;
     std::vector<int> early;
     std::vector<int> late;
     for (size_t i = 0; i < samples.size(); ++i) {
         if (i >= quarter && i < 2 * quarter)
-            early.push_back(samples[i].*field);
+            early.push_back(samples[i].usage.*field);
         if (i >= samples.size() - quarter)
-            late.push_back(samples[i].*field);
+            late.push_back(samples[i].usage.*field);
     }
     const double growth = median(late) - median(early);
     std::printf("%-14s %8.0f -> %8.0f\n", what, median(early), median(late));
@@ -132,8 +136,8 @@ void write(const std::vector<Sample> &samples, const char *fileName)
         std::exit(2);
     std::fputs("calls,resident_kib,descriptors,threads\n", file);
     for (const Sample &sample : samples) {
-        std::fprintf(file, "%d,%d,%d,%d\n", sample.calls, sample.residentKib, sample.descriptors,
-                     sample.threads);
+        std::fprintf(file, "%d,%d,%d,%d\n", sample.calls, sample.usage.residentKib,
+                     sample.usage.descriptors, sample.usage.threads);
     }
     std::fclose(file);
 }
@@ -156,6 +160,7 @@ int main(int argc, char **argv)
     addFaults(cloud);
 
     const OpenLibrary library;
+    Kinds kinds;
     std::vector<Sample> samples;
     const int callsPerRound = calls / SAMPLES;
     for (int round = 0; round < SAMPLES; ++round) {
@@ -165,13 +170,13 @@ int main(int argc, char **argv)
                 std::mt19937 random(unsigned(round * THREADS + thread));
                 for (int left = callsPerRound / THREADS; left > 0; left -= CALLS_PER_HANDLE) {
                     useHandle(cloud.url(), directory.path(), random,
-                              std::min(left, CALLS_PER_HANDLE));
+                              std::min(left, CALLS_PER_HANDLE), &kinds);
                 }
             });
         }
         for (std::thread &thread : threads)
             thread.join();
-        samples.push_back(sampleAt((round + 1) * callsPerRound));
+        samples.push_back({(round + 1) * callsPerRound, ProcessUsage::now()});
         cloud.api("DELETE", "exchanges", QByteArray()); // keeps the cloud small
     }
 
@@ -179,8 +184,15 @@ int main(int argc, char **argv)
         write(samples, argv[2]);
     std::printf("%d calls, second quarter -> last quarter:\n", calls);
     const bool memoryIsFlat =
-        isFlat(samples, "resident KiB", &Sample::residentKib, MOST_GROWTH_KIB);
-    const bool descriptorsAreFlat = isFlat(samples, "descriptors", &Sample::descriptors, 0);
-    const bool threadsAreFlat = isFlat(samples, "threads", &Sample::threads, 0);
-    return memoryIsFlat && descriptorsAreFlat && threadsAreFlat ? 0 : 1;
+        isFlat(samples, "resident KiB", &ProcessUsage::residentKib, MOST_GROWTH_KIB);
+    const bool descriptorsAreFlat = isFlat(samples, "descriptors", &ProcessUsage::descriptors, 0);
+    const bool threadsAreFlat = isFlat(samples, "threads", &ProcessUsage::threads, 0);
+    bool areAlive = true;
+    for (const Kind *kind :
+         {&kinds.check, &kinds.send, &kinds.recv, &kinds.recvFile, &kinds.sendFile}) {
+        std::printf("%-14s %8d of %d calls succeeded\n", kind->name, kind->successes.load(),
+                    kind->calls.load());
+        areAlive = areAlive && kind->isAlive();
+    }
+    return memoryIsFlat && descriptorsAreFlat && threadsAreFlat && areAlive ? 0 : 1;
 }

@@ -34,10 +34,10 @@ struct Budget {
 };
 
 const QList<Budget> BUDGETS = {
-    {"check", "check", 80, 0, 30},
-    {"log", "check with its log record", 240, 0, 60},
-    {"receive", "receive 8 MiB to a file", 300, 2, 300},
-    {"upload", "put 8 MiB, signed", 300, 0, 300},
+    {"check", "check", 60, 0, 20},
+    {"log", "check with its log record", 160, 0, 40},
+    {"receive", "receive 8 MiB to a file", 400, 1, 300},
+    {"upload", "put 8 MiB, signed", 50, 0, 50},
 };
 
 QList<double> numbersIn(const QString &path)

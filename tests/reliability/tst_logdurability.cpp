@@ -8,7 +8,12 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <algorithm>
 #include <cerrno>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 using namespace korrintest;
 
@@ -85,8 +90,13 @@ private Q_SLOTS:
     void killBeforeAnyCall();
     void failingCalls_data();
     void failingCalls();
+    void recordIsSyncedWhenTheCallReturns();
+    void restIsSyncedBeforeItTakesTheLogsPlace();
     void fileIsTheOwnersOnly();
     void tornRecordDoesNotRunIntoTheNext();
+    void lineOfNulBytesTakesNoRecordWithIt_data();
+    void lineOfNulBytesTakesNoRecordWithIt();
+    void recordIsReadWhenItIsWhole();
     void foreignTextIsContinued();
     void interruptedRewritingIsTakenUp_data();
     void interruptedRewritingIsTakenUp();
@@ -102,6 +112,7 @@ private:
     QByteArray contents(const char *name = "cloudlog.txt") const;
     void write(const char *name, const QByteArray &bytes) const;
     void keepRecords(LogCloud &cloud) const;
+    QList<QByteArray> writingCalls() const;
     QList<QByteArray> history(Device &device, LogCloud &cloud, bool *survived);
 
     QScopedPointer<QTemporaryDir> directory;
@@ -261,6 +272,44 @@ void tst_LogDurability::failingCalls()
     QVERIFY2(number > 1 && number < MOST_CALLS, QByteArray::number(number).constData());
 }
 
+/// The operations of a call that write to the disk, as the shim has noted them.
+QList<QByteArray> tst_LogDurability::writingCalls() const
+{
+    QList<QByteArray> calls = contents(".calls").split('\n');
+    const auto isReading = [](const QByteArray &call) {
+        return call.isEmpty() || call.startsWith("open") || call.startsWith("read");
+    };
+    calls.erase(std::remove_if(calls.begin(), calls.end(), isReading), calls.end());
+    return calls;
+}
+
+void tst_LogDurability::recordIsSyncedWhenTheCallReturns()
+{
+    LogCloud cloud;
+    cloud.take(0);
+    Device device(cloud, *directory, faultEnvironment(directory->path(), "any,0,none"));
+    QVERIFY(device.call("P1"));
+    QCOMPARE(writingCalls(),
+             QList<QByteArray>({"write cloudlog.txt", "sync cloudlog.txt", "sync ."}));
+}
+
+void tst_LogDurability::restIsSyncedBeforeItTakesTheLogsPlace()
+{
+    LogCloud cloud;
+    cloud.take(0);
+    {
+        Device healthy(cloud, *directory);
+        QVERIFY(healthy.call("P1") && healthy.call("P2"));
+    }
+    Device device(cloud, *directory, faultEnvironment(directory->path(), "any,0,none"));
+    cloud.take(1);
+    QVERIFY(device.call("P3"));
+    QCOMPARE(writingCalls(),
+             QList<QByteArray>({"write cloudlog.txt", "write cloudlog.txt_", "sync cloudlog.txt_",
+                                "rename cloudlog.txt_", "sync .", "write cloudlog.txt",
+                                "sync cloudlog.txt"}));
+}
+
 void tst_LogDurability::fileIsTheOwnersOnly()
 {
     LogCloud cloud;
@@ -295,6 +344,56 @@ void tst_LogDurability::tornRecordDoesNotRunIntoTheNext()
         QVERIFY(lines.at(2).startsWith("is=cloudlog&lang="));
         size += size > 20 ? 37 : 0; // each byte of the beginning, samples of the rest
     }
+}
+
+void tst_LogDurability::lineOfNulBytesTakesNoRecordWithIt_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::newRow("a torn record that was sent") << QByteArray(1, '\0') + "s=cloudlog&la";
+    QTest::newRow("what a loss of power left") << QByteArray(100, '\0');
+}
+
+/// A line that begins with a NUL byte is taken for sent: nothing may be continued there.
+void tst_LogDurability::lineOfNulBytesTakesNoRecordWithIt()
+{
+    QFETCH(QByteArray, line);
+    LogCloud cloud;
+    cloud.take(0);
+    write("cloudlog.txt", "is=cloudlog&rec=1\n" + line);
+    Device device(cloud, *directory);
+    QVERIFY(device.call("P1"));
+    cloud.take(-1);
+    QVERIFY(device.call("P2"));
+    QCOMPARE(cloud.taken().value("P1"), 1);
+}
+
+/// What another process is just appending is waited for.
+void tst_LogDurability::recordIsReadWhenItIsWhole()
+{
+    constexpr int APPENDING_MS = 100;
+    QList<QByteArray> seen;
+    ScriptedServer server([&](Connection &connection, const HttpRequest &request) {
+        const QByteArray is = formValue(request.body, "is");
+        if (request.body.contains("rec="))
+            seen << request.body;
+        if (!request.body.contains("rec=1")) {
+            connection.send(xmlAnswer(is == "cloudlog" ? is : "chkud"));
+            return;
+        }
+        QFile log(path());
+        const int lock = ::open(QFile::encodeName(directory->path()).constData(), O_RDONLY);
+        if (!log.open(QIODevice::Append | QIODevice::Unbuffered) || flock(lock, LOCK_EX) != 0)
+            qFatal("the log cannot be written");
+        log.write("is=cloudlog&rec=");
+        connection.send(xmlAnswer(is));
+        connection.waitForPeerClose(APPENDING_MS);
+        log.write("2\n");
+        ::close(lock);
+    });
+    write("cloudlog.txt", "is=cloudlog&rec=1\n");
+    LocalHost host(server, *directory);
+    QCOMPARE(host.check(), 1);
+    QCOMPARE(seen, QList<QByteArray>({"is=cloudlog&rec=1\n", "is=cloudlog&rec=2\n"}));
 }
 
 void tst_LogDurability::foreignTextIsContinued()

@@ -71,7 +71,8 @@ off_t lastLineOf(int fd, off_t size)
     return 0;
 }
 
-/// Whether the file ends in a record of which a loss of power has left only the beginning.
+/// Whether the file ends in a record of which a loss of power has left only the beginning, or NUL
+/// bytes in its place, or which has been marked as sent.
 bool endsInTornRecord(int fd, off_t size)
 {
     if (endsInLineBreak(fd, size))
@@ -80,7 +81,7 @@ bool endsInTornRecord(int fd, off_t size)
     char begin[sizeof RECORD_BEGIN];
     const auto length = std::min(static_cast<size_t>(size - line), sizeof RECORD_BEGIN - 1);
     return readAllAt(fd, begin, length, line) == static_cast<ssize_t>(length)
-        && std::memcmp(begin, RECORD_BEGIN, length) == 0;
+        && (begin[0] == SENT || std::memcmp(begin, RECORD_BEGIN, length) == 0);
 }
 
 /// Copies a file from @p offset on; "\r" is left out, as in what is read to be sent.
@@ -138,8 +139,9 @@ bool CloudLogFile::append(const QByteArray &record, qint64 maxSizeBytes)
         return false;
     const int skip = endsInTornRecord(file.get(), size) ? 0 : 1;
     if (!writeAll(file.get(), line.constData() + skip, static_cast<size_t>(line.size() - skip))) {
-        // Half a record is worse than none.
-        uninterrupted([&] { return ftruncate(file.get(), size); });
+        // Half a record is worse than none; another one's is not to be cut off with it.
+        if (lock.isHeld())
+            uninterrupted([&] { return ftruncate(file.get(), size); });
         return false;
     }
     return sync(file.get()) && (!isNew || lock.sync());
@@ -162,7 +164,7 @@ bool CloudLogFile::openForSending()
     return true;
 }
 
-/// Reads more into the buffer. False at the file's end.
+/// Reads more into the buffer. False at the file's end, or on an error.
 bool CloudLogFile::fill()
 {
     const auto size = buffer.size();
@@ -173,13 +175,25 @@ bool CloudLogFile::fill()
     return got > 0;
 }
 
-bool CloudLogFile::readLine(QByteArray *line)
+/// @return where the buffer's first line ends; negative when the file ends before
+int CloudLogFile::fillToLineBreak()
 {
     auto end = buffer.indexOf('\n');
     for (auto searched = buffer.size(); end < 0 && fill(); searched = buffer.size())
         end = buffer.indexOf('\n', searched);
+    return static_cast<int>(end);
+}
+
+bool CloudLogFile::readLine(QByteArray *line)
+{
+    auto end = fillToLineBreak();
     if (buffer.isEmpty())
         return false;
+    if (end < 0) {
+        // It may be half of what another thread or process is appending.
+        const DirectoryLock lock(directory.constData());
+        end = fillToLineBreak();
+    }
     *line = end < 0 ? buffer : buffer.left(end + 1);
     buffer.remove(0, line->size());
     recordOffset = position;

@@ -49,6 +49,7 @@ private:
     };
 
     bool fill();
+    int fillToLineBreak();
     bool readLine(QByteArray *line);
     bool rewriteFrom(off_t offset, const DirectoryLock &lock);
     void removeRedundantTempFile();

@@ -54,7 +54,7 @@ DirectoryLock::DirectoryLock(const char *path)
     if (!directory.isOpen())
         return;
     const auto end = std::chrono::steady_clock::now() + LOCK_TIMEOUT;
-    while (wouldBlock(directory.get()) && std::chrono::steady_clock::now() < end)
+    while (!(held = !wouldBlock(directory.get())) && std::chrono::steady_clock::now() < end)
         std::this_thread::sleep_for(LOCK_INTERVAL);
 }
 

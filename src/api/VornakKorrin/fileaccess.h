@@ -42,11 +42,15 @@ class DirectoryLock
 public:
     explicit DirectoryLock(const char *path);
 
+    /// False when another one has kept it for too long.
+    bool isHeld() const { return held; }
+
     /// Makes what was created, renamed or removed in the directory survive a loss of power.
     bool sync() const;
 
 private:
     const FileDescriptor directory;
+    bool held = true;
 };
 
 /// Opens what the host names: a file, a device or a pipe; -1 for a directory. A file that is
