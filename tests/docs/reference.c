@@ -128,6 +128,7 @@ static void sendResult(void *handle)
     /* [korrinSendData] */
     korrinSetParameter(handle, KORRIN_KEY_SEND_DATA_TYPE, KORRIN_SEND_DATA_TYPE_RESULT);
     korrinSetParameter(handle, KORRIN_KEY_RESULT, KORRIN_RESULT_SUCCEEDED);
+    korrinSetParameter(handle, KORRIN_KEY_SOFT_VER, "2.0"); /* what is installed now */
     if (!korrinSendData(handle, NULL, 0))
         printError(handle, "send result");
 

@@ -22,7 +22,7 @@ const char FOOTER[] =
     "Examples:\n"
     "  korrin check --config device.conf -p soft_ver=1.0\n"
     "  korrin recv-file update.bin --config device.conf --check --sha256 HEX\n"
-    "  korrin send --config device.conf -p send_data_type=result -p result=1\n"
+    "  korrin send --config device.conf -p send_data_type=result -p result=1 -p soft_ver=2.0\n"
     "  korrin errors 301";
 
 bool isSha256(const std::string &text)

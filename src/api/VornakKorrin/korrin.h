@@ -30,6 +30,8 @@
  *   refused (error 101) and changes nothing, and so is a call with a handle that korrinCreateHandle
  *   did not return or that has been disposed of (error 102); these two errors go to the debug
  *   output only.
+ * - Words. Service and file calls are korrinCheckEnable(), korrinSendData(), korrinRecvData(),
+ *   korrinSendFile() and korrinRecvFile(). An exchange is one request and its answer.
  * - Text. Arguments are NUL-terminated and read as Latin-1, of which ASCII is a part; a null
  *   pointer counts as "". Returned text is UTF-8 with Qt 6, and with a Qt 5 built on ICU, as
  *   Debian's is; other builds of Qt 5 use the encoding of the process's locale. It ends with a NUL.
@@ -46,7 +48,8 @@
  *   and so does each exchange, with error 301 and "Too many open files" in its detail.
  * - Forking. A child made by fork() has no use of a library that its parent has open: fork first,
  *   then open. A library that is closed may be opened in either.
- * - Signals. Qt ignores SIGPIPE from its first socket write on.
+ * - Signals. Qt ignores SIGPIPE from its first socket write on; a handler that the host had for it
+ *   is lost, also after korrinClose().
  */
 #ifndef KORRIN_H
 #define KORRIN_H
@@ -92,9 +95,11 @@ extern "C" {
 #define KORRIN_KEY_MODE "mode"
 /** Outcome of an update, #KORRIN_RESULT_SUCCEEDED or #KORRIN_RESULT_FAILED; query item "st". */
 #define KORRIN_KEY_RESULT "result"
-/** The installed software version; query item "sv", and "nsv" of an update result. */
+/** The installed software version; query item "sv", and "nsv" of an update result, before which a
+ *  host sets it to the new version if the update succeeded. */
 #define KORRIN_KEY_SOFT_VER "soft_ver"
-/** Name of the file to download in mode "update"; query item "file". Not a local path. */
+/** Name of the file to download in mode "update"; query item "file". Not a local path. No answer
+ *  names it: maker and host agree on it. */
 #define KORRIN_KEY_DOWNLOAD_FILE_PATH "download_file_path"
 /** What korrinSendData() and korrinSendFile() send in mode "update", one of the
  *  KORRIN_SEND_DATA_TYPE_ values. */
@@ -203,7 +208,8 @@ extern "C" {
  * @return 1 when open, 0 when memory or files ran out
  *
  * Errors: none can be stored, there is no handle yet.
- * Threads: any thread, but not beside other calls.
+ * Threads: any thread, but not beside other calls. Waits for a name look-up that an earlier
+ * korrinClose() has left behind.
  */
 KORRIN_API int korrinOpen(void);
 
@@ -214,7 +220,8 @@ KORRIN_API int korrinOpen(void);
  * @return always 1
  *
  * Lifetime: all handles and all text and data returned so far become invalid.
- * Threads: any thread; waits until the calls it has ended have returned.
+ * Threads: any thread; waits up to 1.1 s for the calls it has ended. One that takes longer to leave
+ * goes on safely; what it uses is freed by a later korrinClose().
  */
 KORRIN_API int korrinClose(void);
 
@@ -268,7 +275,8 @@ KORRIN_API int korrinDisposeHandle(void *handle);
  * @param handle  the handle
  * @param key     one of the keys that the host sets, e.g. #KORRIN_KEY_MODE; Latin-1, may be null
  * @param value   the value; Latin-1, may be null or empty, which stores an empty value
- * @return 1 when the key may be set, else 0; with an unknown handle nothing is stored
+ * @return 1 when the key may be set, also if the handle is null or unknown and nothing is stored;
+ *         else 0
  *
  * Errors: 104 unknown key, 401 out of memory. A success stores error 0.
  * Records itself under #KORRIN_KEY_FUNC_NAME and #KORRIN_KEY_FUNC_ARGS, the value included.
@@ -296,7 +304,9 @@ KORRIN_API const char *korrinGetParameter(void *handle, const char *key);
  *
  * On success, and on a refusal with error 203, the answer stands under #KORRIN_KEY_IS,
  * #KORRIN_KEY_STATUS, #KORRIN_KEY_STATUS_CODE, #KORRIN_KEY_MESSAGE, and in mode "update" under
- * #KORRIN_KEY_NEW_SOFT_VER; otherwise they are empty.
+ * #KORRIN_KEY_NEW_SOFT_VER. They are emptied when the exchange is about to start: a call that is
+ * refused before, with error 103 or 105, leaves what an earlier one stored, and so does a check in
+ * another mode with #KORRIN_KEY_NEW_SOFT_VER. Read them after a success or error 203 only.
  *
  * @param handle  the handle
  * @return 1 when the server granted it, else 0
@@ -312,7 +322,9 @@ KORRIN_API int korrinCheckEnable(void *handle);
  * tells; "s3_upload" puts the bytes as one "application/zip" object, signed with AWS Signature
  * Version 2, to #KORRIN_KEY_SERVER_URL followed by the name of the file that the handle sent last;
  * the other modes post to "/ra/upload" what the handle's send buffer holds, not @p data. The
- * results are those of korrinCheckEnable(); "s3_upload" leaves them as they are.
+ * results are those of korrinCheckEnable(), but for #KORRIN_KEY_NEW_SOFT_VER, which stays; they are
+ * emptied also when #KORRIN_KEY_SEND_DATA_TYPE or #KORRIN_KEY_RESULT is refused. "s3_upload" leaves
+ * them as they are.
  *
  * @param handle    the handle
  * @param data      the bytes; may be null, which sends an empty block
@@ -327,7 +339,9 @@ KORRIN_API int korrinSendData(void *handle, const char *data, int dataSize);
 
 /**
  * Receives a block of bytes with a GET: "/su/download" in mode "update" (the file is named by
- * #KORRIN_KEY_DOWNLOAD_FILE_PATH), "/ra/download" or "/download" in the others.
+ * #KORRIN_KEY_DOWNLOAD_FILE_PATH), "/ra/download" or "/download" in the others. It empties
+ * #KORRIN_KEY_IS, #KORRIN_KEY_STATUS, #KORRIN_KEY_STATUS_CODE and #KORRIN_KEY_MESSAGE unless it is
+ * refused before its exchange (103, 105, 404).
  *
  * @param handle    the handle
  * @param data      out: the bytes, followed by a NUL that is not counted; null after a failure
@@ -335,7 +349,7 @@ KORRIN_API int korrinSendData(void *handle, const char *data, int dataSize);
  * @return 1 when the data were received, else 0
  *
  * Errors: 103, 105 parameters; 300 to 305 the network; 401; 404 when @p data or @p dataSize is
- * null, in which case nothing is touched and nothing requested.
+ * null, in which case nothing is touched and no data are requested.
  * Lifetime: owned by the handle; valid until the next text or data read on it, or its disposal.
  * Copy the data before reading a parameter.
  * Threads: one thread at a time per handle. Blocks as korrinCheckEnable().
@@ -350,14 +364,16 @@ KORRIN_API int korrinRecvData(void *handle, const char **data, int *dataSize);
  * @param filePath  path of a readable file; Latin-1; null counts as ""
  * @return 1 when the file was sent and accepted, else 0
  *
- * Errors: 402 the file cannot be opened (nothing is sent); else as korrinSendData().
+ * Errors: 402 the file cannot be opened (nothing of it is sent, the results stay as they are); else
+ * as korrinSendData().
  * Threads: one thread at a time per handle. Blocks as korrinCheckEnable().
  */
 KORRIN_API int korrinSendFile(void *handle, const char *filePath);
 
 /**
  * Receives a file: as korrinRecvData(), written to a local file that is created or overwritten
- * once everything has arrived. A failed exchange leaves an existing file as it was.
+ * once everything has arrived. A failed exchange leaves an existing file as it was. The file is not
+ * synced to the disk.
  *
  * @param handle    the handle
  * @param filePath  path of the file; Latin-1; null counts as ""
