@@ -66,11 +66,17 @@ function(_korrin_install_function_pages)
 endfunction()
 
 function(_korrin_install_documents)
-  install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+  install(FILES README.md CHANGELOG.md LICENSE SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
   install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs PATTERN man EXCLUDE
     PATTERN Doxyfile EXCLUDE)
   install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
     PATTERN CMakeLists.txt EXCLUDE)
+  install(CODE "
+    set(docdir \"${CMAKE_INSTALL_DOCDIR}\")
+    cmake_path(ABSOLUTE_PATH docdir BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
+    execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/unlink-absent
+      \"\$ENV{DESTDIR}\${docdir}\" ${PROJECT_SOURCE_DIR} COMMAND_ERROR_IS_FATAL ANY)
+  ")
   if(KORRIN_BUILD_TOOLS)
     install(FILES docs/man/korrin.1 docs/man/korrin-cloudsim.1
       DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

@@ -17,7 +17,7 @@ struct NotRun {
 };
 const NotRun NOT_RUN[] = {
     // Installs packages; the test "demo" runs its steps.
-    {"README.md", "scripts/demo --keep"},
+    {"README.md", "scripts/demo"},
     // Runs this test.
     {"README.md", "scripts/test"},
     // Installs packages; `scripts/package --test` does so in a fresh system.

@@ -7,6 +7,7 @@ trap '[ -z "$cloud" ] || kill "$cloud"; rm -rf "$directory"' EXIT
 
 # start_cloud KORRIN-CLOUDSIM [OPTION...]: sets $url.
 start_cloud() {
+    rm -f "$directory/cloud.txt" # of an earlier one
     "$@" --port 0 >"$directory/cloud.txt" &
     cloud=$!
     tries=0

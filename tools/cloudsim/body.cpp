@@ -1,6 +1,7 @@
 #include "body.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -27,8 +28,10 @@ public:
     explicit File(const std::string &path) : fd(open(path.c_str(), O_RDONLY | O_CLOEXEC))
     {
         struct stat status = {};
-        if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode))
-            throw std::runtime_error("cannot read the file " + path);
+        if (fd < 0 || fstat(fd, &status) != 0)
+            throw std::runtime_error("cannot read the file " + path + ": " + std::strerror(errno));
+        if (!S_ISREG(status.st_mode))
+            throw std::runtime_error("cannot read the file " + path + ": it is no regular file");
         sizeBytes = static_cast<uint64_t>(status.st_size);
     }
     ~File() { close(fd); }

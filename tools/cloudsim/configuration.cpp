@@ -1,6 +1,8 @@
 #include "configuration.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -243,10 +245,11 @@ Configuration Configuration::parse(const std::string &text, const std::string &d
 
 Configuration Configuration::read(const std::string &fileName)
 {
+    errno = 0; // stays so when the file is empty, which fails too
     std::ifstream file(fileName, std::ios::binary);
     std::ostringstream text;
     if (!file || !(text << file.rdbuf()))
-        throw ConfigError(0, "the file cannot be read, or it is empty");
+        throw ConfigError(0, errno == 0 ? "the file is empty" : std::strerror(errno));
     const size_t slash = fileName.rfind('/');
     return parse(text.str(), slash == std::string::npos ? "" : fileName.substr(0, slash + 1));
 }

@@ -86,11 +86,6 @@ int serve(const Options &options, const Configuration &configuration)
                  httplib::Response &response) { cloud->handle(request, body, response); },
         std::move(tls));
     const int port = server.bind(options.listen, options.port);
-    if (port <= 0) {
-        std::cerr << "korrin-cloudsim: cannot listen on " << options.listen << " port "
-                  << options.port << "\n";
-        return 1;
-    }
     const std::string url = urlOf(options, port);
     cloud = std::make_unique<Cloud>(configuration.catalogue, store, faults, events, url,
                                     KORRIN_VERSION);
@@ -117,7 +112,7 @@ int run(const Options &options)
     try {
         return serve(options, configurationFor(options));
     } catch (const ConfigError &error) {
-        std::cerr << options.configFile << ":"
+        std::cerr << "korrin-cloudsim: " << options.configFile << ":"
                   << (error.line > 0 ? std::to_string(error.line) + ":" : "") << " " << error.what()
                   << "\n";
         return EXIT_CONFIG;

@@ -1,8 +1,12 @@
 #include "simserver.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstring>
+#include <netdb.h>
+#include <stdexcept>
 #include <sys/socket.h>
 #include <system_error>
 #include <thread>
@@ -72,6 +76,17 @@ bool readBody(const httplib::Request &request, const httplib::ContentReader &rea
     });
 }
 
+/// Why listening failed: the address cannot be found, or @p error of the last system call.
+std::string reasonFor(const std::string &address, int error)
+{
+    addrinfo *found = nullptr;
+    const int status = getaddrinfo(address.c_str(), nullptr, nullptr, &found);
+    if (status != 0)
+        return gai_strerror(status);
+    freeaddrinfo(found);
+    return std::strerror(error);
+}
+
 } // namespace
 
 SimServer::SimServer(Journal &journal, RequestHandler handler, std::unique_ptr<TlsContext> tls)
@@ -115,9 +130,12 @@ int SimServer::bind(const std::string &address, int port)
     const int bound = port == 0       ? bind_to_any_port(address)
         : bind_to_port(address, port) ? port
                                       : -1;
+    const int error = errno;
+    if (bound <= 0)
+        throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port)
+                                 + ": " + reasonFor(address, error));
     // httplib's own queue of connections is too short for many clients at once.
-    if (bound > 0)
-        ::listen(svr_sock_, BACKLOG);
+    ::listen(svr_sock_, BACKLOG);
     return bound;
 }
 

@@ -20,7 +20,7 @@ class SimServer : private httplib::Server
 public:
     SimServer(Journal &journal, RequestHandler handler, std::unique_ptr<TlsContext> tls);
 
-    /// @param port  0 takes a free one. @return the port, or -1
+    /// @param port  0 takes a free one. @return the port. @throw std::runtime_error
     int bind(const std::string &address, int port);
     /// Serves until end() is called.
     void run();

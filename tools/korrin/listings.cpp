@@ -19,9 +19,14 @@ void print(const ErrorDescription &error)
 
 } // namespace
 
+std::string versions()
+{
+    return std::string("korrin " KORRIN_VERSION ", library ") + korrinGetSoftVersion();
+}
+
 int printVersions()
 {
-    std::printf("korrin %s, library %s\n", KORRIN_VERSION, korrinGetSoftVersion());
+    std::printf("%s\n", versions().c_str());
     return EXIT_FINE;
 }
 

@@ -2,6 +2,9 @@
 
 #include <string>
 
+/// Those of the tool and the library, in one line.
+std::string versions();
+
 /// The commands that only print what the tool knows. Each returns the exit status.
 int printVersions();
 int printParameters();

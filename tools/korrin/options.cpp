@@ -1,6 +1,7 @@
 #include "options.h"
 
 #include "exitstatus.h"
+#include "listings.h"
 #include "mask.h"
 #include "printable.h"
 
@@ -101,6 +102,7 @@ bool readCommandLine(int argc, char **argv, Options &options, int &exitStatus)
 {
     CLI::App app(DESCRIPTION, "korrin");
     app.footer(FOOTER);
+    app.set_version_flag("--version", versions());
     app.require_subcommand(0, 1); // whose own message would hide a mistyped command
     addOperations(app, options);
     addCommand(app, options, Command::Version, "version", "Print the versions");

@@ -77,10 +77,13 @@ private Q_SLOTS:
     void wrongUsage();
     void wrongConfiguration_data();
     void wrongConfiguration();
-    void absentConfiguration();
+    void unreadableConfiguration_data();
+    void unreadableConfiguration();
     void filesAreRelativeToTheConfiguration();
     void rulesOfConfigurationAndCommandLine();
     void portInUse();
+    void addressOfAnotherMachine_data();
+    void addressOfAnotherMachine();
     void portOfAnotherSimulator();
     void tls();
     void tlsFilesThatDoNotFit();
@@ -165,8 +168,7 @@ void tst_CommandLine::wrongConfiguration_data()
     QTest::addColumn<QByteArray>("complaint");
     QTest::newRow("no JSON") << QByteArray("{\n  \"products\": [\n    oops\n  ]\n}")
                              << QByteArray("3: ");
-    QTest::newRow("empty") << QByteArray()
-                           << QByteArray(" the file cannot be read, or it is empty");
+    QTest::newRow("empty") << QByteArray() << QByteArray(" the file is empty");
     QTest::newRow("no object") << QByteArray("[]")
                                << QByteArray("1: the configuration must be an object");
     QTest::newRow("unknown key") << QByteArray("{\n\"product\": []\n}")
@@ -187,7 +189,11 @@ void tst_CommandLine::wrongConfiguration_data()
     QTest::newRow("absent file") << QByteArray(
         "{\"products\": [{\"number\": \"A\", \"version\": \"1\",\n\"files\": {\n"
         "\"1\": {\n\"path\": \"absent.bin\"}}}]}")
-                                 << QByteArray("4: cannot read the file ");
+                                 << QByteArray("4: cannot read the file absent.bin: No such file");
+    QTest::newRow("directory for a file")
+        << QByteArray("{\"products\": [{\"number\": \"A\", \"version\": \"1\",\n\"files\": {\n"
+                      "\"1\": {\n\"path\": \".\"}}}]}")
+        << QByteArray("4: cannot read the file .: it is no");
     QTest::newRow("negative size")
         << QByteArray("{\"products\": [{\"number\": \"A\", \"version\": \"1\",\n\"files\": {\n"
                       "\"1\": {\"name\": \"a\",\n\"size\": -1}}}]}")
@@ -216,15 +222,26 @@ void tst_CommandLine::wrongConfiguration()
     const Run result = run(words(QStringLiteral("--port 0 --config wrong.json")), directory.path());
     QCOMPARE(result.exitStatus, 2);
     QCOMPARE(result.out, QByteArray());
-    QVERIFY2(result.err.startsWith("wrong.json:" + complaint), result.err.constData());
+    QVERIFY2(result.err.startsWith("korrin-cloudsim: wrong.json:" + complaint),
+             result.err.constData());
     QCOMPARE(result.err.count('\n'), 1);
 }
 
-void tst_CommandLine::absentConfiguration()
+void tst_CommandLine::unreadableConfiguration_data()
 {
-    const Run result = run(words(QStringLiteral("--config absent.json")), directory.path());
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QByteArray>("reason");
+    QTest::newRow("absent") << "absent.json" << QByteArray("No such file or directory");
+    QTest::newRow("directory") << "." << QByteArray("Is a directory");
+}
+
+void tst_CommandLine::unreadableConfiguration()
+{
+    QFETCH(QString, file);
+    QFETCH(QByteArray, reason);
+    const Run result = run({QStringLiteral("--config"), file}, directory.path());
     QCOMPARE(result.exitStatus, 2);
-    QVERIFY(result.err.startsWith("absent.json: "));
+    QCOMPARE(result.err, "korrin-cloudsim: " + file.toLatin1() + ": " + reason + "\n");
 }
 
 void tst_CommandLine::filesAreRelativeToTheConfiguration()
@@ -265,8 +282,29 @@ void tst_CommandLine::portInUse()
     const Run result = run({QStringLiteral("--port"), QString::number(other.serverPort())});
     QCOMPARE(result.exitStatus, 1);
     QVERIFY2(result.err.contains("cannot listen on 127.0.0.1 port "
-                                 + QByteArray::number(other.serverPort())),
+                                 + QByteArray::number(other.serverPort())
+                                 + ": Address already in use\n"),
              result.err.constData());
+}
+
+void tst_CommandLine::addressOfAnotherMachine_data()
+{
+    QTest::addColumn<QString>("address");
+    QTest::addColumn<QByteArray>("reason");
+    // RFC 5737: nobody's.
+    QTest::newRow("foreign") << "192.0.2.1" << QByteArray("Cannot assign requested address");
+    QTest::newRow("no address") << "a..b" << QByteArray("Name or service not known");
+}
+
+void tst_CommandLine::addressOfAnotherMachine()
+{
+    QFETCH(QString, address);
+    QFETCH(QByteArray, reason);
+    const Run result = run({QStringLiteral("--listen"), address, QStringLiteral("--port=0")});
+    QCOMPARE(result.exitStatus, 1);
+    QCOMPARE(result.err,
+             "korrin-cloudsim: cannot listen on " + address.toLatin1() + " port 0: " + reason
+                 + "\n");
 }
 
 void tst_CommandLine::portOfAnotherSimulator()

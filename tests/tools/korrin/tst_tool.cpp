@@ -274,7 +274,11 @@ void tst_Tool::recvWithCheckNamesTheOfferedVersion()
 
 void tst_Tool::versionParamsAndErrors()
 {
-    QVERIFY(run(QStringLiteral("version")).out.contains("library R"));
+    const ToolResult version = run(QStringLiteral("version"));
+    QVERIFY(version.out.contains("library R"));
+    const ToolResult option = run(QStringLiteral("--version"));
+    QCOMPARE(option.out, version.out);
+    QCOMPARE(option.exitStatus, 0);
     const QByteArray params = run(QStringLiteral("params")).out;
     for (const char *key : {"server_url", "aws_secret_access_key", "new_soft_ver", "func_args"})
         QVERIFY2(params.contains(key), key);
@@ -758,6 +762,7 @@ void tst_Tool::completion_data()
         << "korrin send -p send_data_type = u" << QByteArray("update_log");
     QTest::newRow("files of values") << "korrin send -p mode = @dev" << QByteArray("@device.conf");
     QTest::newRow("options") << "korrin recv-file --s" << QByteArray("--sha256");
+    QTest::newRow("options without command") << "korrin --v" << QByteArray("--version");
     QTest::newRow("files") << "korrin send-file dev" << QByteArray("device.conf");
 }
 

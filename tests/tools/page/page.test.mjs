@@ -96,6 +96,24 @@ test("an exchange of a device appears without reload", async () => {
   assert.deepEqual(problems, []);
 });
 
+test("until the exchanges are there the page says that they are being loaded", async () => {
+  await korrin("check");
+  await open("faults");
+  let answer;
+  const asked = new Promise(resolve => page.route("**/_sim/api/exchanges?*", route => {
+    answer = route;
+    resolve();
+  }));
+  await go("exchanges");
+  await asked;
+  assert.match(await page.textContent("#exchange-empty"), /Loading/);
+  assert.equal(await page.isVisible("#exchange-empty"), true);
+  assert.equal(await page.isVisible("#exchange-table"), false);
+  await answer.continue();
+  await page.waitForSelector("#exchange-table");
+  assert.equal(await page.isVisible("#exchange-empty"), false);
+});
+
 test("the filter narrows the list, also for what arrives", async () => {
   await korrin("check");
   await korrin("check", "-p", "product_no=KX-200");
