@@ -1,6 +1,7 @@
 # Writes the list of what is built and what it needs, as SPDX 2.3 (ISO/IEC 5962), after all targets
 # are known: VornakKorrin.spdx.json in the build directory. SOURCE_DATE_EPOCH sets its date.
-function(_korrin_sbom_package json name version license)
+# @param parent  what depends on it, or DOCUMENT for what the document is about
+function(_korrin_sbom_package json parent name version license)
   string(MAKE_C_IDENTIFIER ${name} id)
   string(REPLACE "_" "-" id ${id})
   string(JSON count LENGTH "${${json}}" packages)
@@ -14,13 +15,12 @@ function(_korrin_sbom_package json name version license)
     \"filesAnalyzed\": false
   }")
   string(JSON count LENGTH "${result}" relationships)
-  if(count EQUAL 0)
-    set(relationship "{\"spdxElementId\": \"SPDXRef-DOCUMENT\", \"relationshipType\": \"DESCRIBES\",
-      \"relatedSpdxElement\": \"SPDXRef-${id}\"}")
-  else()
-    set(relationship "{\"spdxElementId\": \"SPDXRef-VornakKorrin\",
-      \"relationshipType\": \"DEPENDS_ON\", \"relatedSpdxElement\": \"SPDXRef-${id}\"}")
+  set(type DEPENDS_ON)
+  if(parent STREQUAL "DOCUMENT")
+    set(type DESCRIBES)
   endif()
+  set(relationship "{\"spdxElementId\": \"SPDXRef-${parent}\",
+    \"relationshipType\": \"${type}\", \"relatedSpdxElement\": \"SPDXRef-${id}\"}")
   string(JSON result SET "${result}" relationships ${count} "${relationship}")
   set(${json} "${result}" PARENT_SCOPE)
 endfunction()
@@ -42,15 +42,16 @@ function(korrin_write_sbom)
     \"packages\": [],
     \"relationships\": []
   }")
-  _korrin_sbom_package(document VornakKorrin "${PROJECT_VERSION}" MIT)
-  _korrin_sbom_package(document "Qt${KORRIN_QT_MAJOR}" "${Qt${KORRIN_QT_MAJOR}Core_VERSION}"
-    LGPL-3.0-only)
+  _korrin_sbom_package(document DOCUMENT VornakKorrin "${PROJECT_VERSION}" MIT)
+  _korrin_sbom_package(document VornakKorrin "Qt${KORRIN_QT_MAJOR}"
+    "${Qt${KORRIN_QT_MAJOR}Core_VERSION}" LGPL-3.0-only)
   if(KORRIN_BUILD_TOOLS)
-    _korrin_sbom_package(document cpp-httplib "${KORRIN_HTTPLIB_VERSION}" MIT)
-    _korrin_sbom_package(document SQLite "${KORRIN_SQLITE_VERSION}" blessing)
-    _korrin_sbom_package(document OpenSSL "${KORRIN_OPENSSL_VERSION}" Apache-2.0)
-    _korrin_sbom_package(document nlohmann-json "${KORRIN_JSON_VERSION}" MIT)
-    _korrin_sbom_package(document CLI11 "${KORRIN_CLI11_VERSION}" BSD-3-Clause)
+    _korrin_sbom_package(document DOCUMENT VornakKorrin-tools "${PROJECT_VERSION}" MIT)
+    _korrin_sbom_package(document VornakKorrin-tools cpp-httplib "${KORRIN_HTTPLIB_VERSION}" MIT)
+    _korrin_sbom_package(document VornakKorrin-tools SQLite "${KORRIN_SQLITE_VERSION}" blessing)
+    _korrin_sbom_package(document VornakKorrin-tools OpenSSL "${KORRIN_OPENSSL_VERSION}" Apache-2.0)
+    _korrin_sbom_package(document VornakKorrin-tools nlohmann-json "${KORRIN_JSON_VERSION}" MIT)
+    _korrin_sbom_package(document VornakKorrin-tools CLI11 "${KORRIN_CLI11_VERSION}" BSD-3-Clause)
   endif()
   file(WRITE ${PROJECT_BINARY_DIR}/VornakKorrin.spdx.json "${document}\n")
   install(FILES ${PROJECT_BINARY_DIR}/VornakKorrin.spdx.json DESTINATION ${CMAKE_INSTALL_DOCDIR})
