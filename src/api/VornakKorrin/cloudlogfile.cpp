@@ -176,12 +176,12 @@ bool CloudLogFile::fill()
 }
 
 /// @return where the buffer's first line ends; negative when the file ends before
-int CloudLogFile::fillToLineBreak()
+ByteArraySize CloudLogFile::fillToLineBreak()
 {
     auto end = buffer.indexOf('\n');
     for (auto searched = buffer.size(); end < 0 && fill(); searched = buffer.size())
         end = buffer.indexOf('\n', searched);
-    return static_cast<int>(end);
+    return end;
 }
 
 bool CloudLogFile::readLine(QByteArray *line)

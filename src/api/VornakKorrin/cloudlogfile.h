@@ -1,6 +1,8 @@
 #ifndef KORRIN_CLOUDLOGFILE_H
 #define KORRIN_CLOUDLOGFILE_H
 
+#include "bytearraysize.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QVector>
@@ -49,7 +51,7 @@ private:
     };
 
     bool fill();
-    int fillToLineBreak();
+    ByteArraySize fillToLineBreak();
     bool readLine(QByteArray *line);
     bool rewriteFrom(off_t offset, const DirectoryLock &lock);
     void removeRedundantTempFile();

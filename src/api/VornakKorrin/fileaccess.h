@@ -12,7 +12,7 @@
 template <typename Call>
 auto uninterrupted(Call call)
 {
-    const int mostCalls = 100;
+    const int mostCalls = 10000; // a pipe may keep a host with a timer waiting for seconds
     auto result = call();
     for (int calls = 1; result == -1 && errno == EINTR && calls < mostCalls; ++calls)
         result = call();
