@@ -1,4 +1,5 @@
-// A raw HTTP answer through a loopback socket: the call comes back, with a result that fits.
+// A raw HTTP answer through a loopback socket: the call asks for it and comes back, with a result
+// that fits.
 #include "korrinhost.h"
 #include "scriptedserver.h"
 
@@ -24,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Handle handle(baseParameters(server.url(), "remote_access"));
     handle.set("recv_timeout", "1");
     const int result = handle.checkEnable();
-    if ((result == 1) != (handle.errorNo() == "0"))
+    if ((result == 1) != (handle.errorNo() == "0") || server.connectionCount() == 0)
         std::abort();
     server.clear();
     return 0;

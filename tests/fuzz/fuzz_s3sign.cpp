@@ -42,16 +42,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         QByteArray(reinterpret_cast<const char *>(data), static_cast<int>(size)).split('\n');
     const QByteArray secret = text(lines, 0);
 
-    Handle handle(baseParameters(server.url("/bucket/") + text(lines, 2), "s3_upload"));
+    const QByteArray url = server.url("/bucket/") + text(lines, 2);
+    Handle handle(baseParameters(url, "s3_upload"));
     handle.set("aws_secret_access_key", secret);
     handle.set("aws_access_key", text(lines, 1));
     const int result = handle.sendData("archive");
     const QList<HttpRequest> requests = server.requests();
     server.clear();
-    if ((result == 1) != (requests.size() == 1))
+    const int expected = QUrl(QString::fromLocal8Bit(url).trimmed()).isValid() ? 1 : 0;
+    if (result != expected || requests.size() != expected)
         std::abort();
     if (result == 0)
-        return 0; // not a URL
+        return 0;
     const QByteArray authorization = requests.at(0).header("Authorization");
     if (!authorization.startsWith("AWS ")
         || !authorization.endsWith(':' + expectedSignature(requests.at(0), secret)))

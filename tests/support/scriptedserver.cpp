@@ -227,9 +227,24 @@ void ScriptedServer::acceptConnections()
         if (fd < 0)
             return;
         const std::lock_guard<std::mutex> lock(mutex);
+        releaseEndedWorkers();
         const auto connection = std::make_shared<Connection>(fd, connections++);
-        workers.push_back({connection, std::thread(&ScriptedServer::serve, this, connection)});
+        workers.push_back({connection, std::thread([this, connection] {
+                               serve(connection);
+                               connection->hasEnded = true;
+                           })});
     }
+}
+
+/// Gives back threads and sockets, so that a server may live for any number of connections.
+void ScriptedServer::releaseEndedWorkers()
+{
+    workers.remove_if([](Worker &worker) {
+        if (!worker.connection->hasEnded)
+            return false;
+        worker.thread.join();
+        return true;
+    });
 }
 
 void ScriptedServer::serve(const std::shared_ptr<Connection> &connection)

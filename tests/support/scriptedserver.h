@@ -4,6 +4,7 @@
 #include "httpmessage.h"
 #include "rawsocket.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <list>
@@ -43,6 +44,7 @@ public:
 
     const int index;        ///< 0, 1, 2 … in the order of acceptance
     bool keepAlive = false; ///< set by a handler to wait for another request after it returns
+    std::atomic<bool> hasEnded{false}; ///< its thread needs it no more
 
 private:
     bool readUntil(const QByteArray &end, QByteArray *bytes);
@@ -100,6 +102,7 @@ private:
 
     void start(quint16 port);
     void acceptConnections();
+    void releaseEndedWorkers();
     void serve(const std::shared_ptr<Connection> &connection);
     void record(const HttpRequest &request);
 
