@@ -7,16 +7,19 @@ add_library(korrin_qt INTERFACE)
 add_library(Korrin::Qt ALIAS korrin_qt)
 
 if(KORRIN_QT_MAJOR EQUAL 6)
-  find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network Core5Compat)
-  target_link_libraries(korrin_qt INTERFACE Qt6::Core Qt6::Network Qt6::Core5Compat)
+  set(KORRIN_QT_COMPONENTS Core Network Core5Compat)
+  find_package(Qt6 6.4 REQUIRED COMPONENTS ${KORRIN_QT_COMPONENTS})
 elseif(KORRIN_QT_MAJOR EQUAL 5)
-  find_package(Qt5 5.15 REQUIRED COMPONENTS Core Network Xml)
-  target_link_libraries(korrin_qt INTERFACE Qt5::Core Qt5::Network Qt5::Xml)
+  set(KORRIN_QT_COMPONENTS Core Network Xml)
+  find_package(Qt5 5.15 REQUIRED COMPONENTS ${KORRIN_QT_COMPONENTS})
   # 5.15 marks its SAX reader as deprecated, which Qt 6 keeps in Core5Compat.
   target_compile_definitions(korrin_qt INTERFACE QT_DEPRECATED_WARNINGS_SINCE=0x050E00)
 else()
   message(FATAL_ERROR "KORRIN_QT_MAJOR must be 5 or 6, not \"${KORRIN_QT_MAJOR}\"")
 endif()
+foreach(component ${KORRIN_QT_COMPONENTS})
+  target_link_libraries(korrin_qt INTERFACE Qt${KORRIN_QT_MAJOR}::${component})
+endforeach()
 
 target_compile_features(korrin_qt INTERFACE cxx_std_17)
 target_compile_definitions(korrin_qt INTERFACE

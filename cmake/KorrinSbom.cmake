@@ -1,12 +1,16 @@
 # Writes the list of what is built and what it needs, as SPDX 2.3 (ISO/IEC 5962), after all targets
 # are known: VornakKorrin.spdx.json in the build directory. SOURCE_DATE_EPOCH sets its date.
-# @param parent  what depends on it, or DOCUMENT for what the document is about
-function(_korrin_sbom_package json parent name version license)
+function(_korrin_sbom_id variable name)
   string(MAKE_C_IDENTIFIER ${name} id)
   string(REPLACE "_" "-" id ${id})
+  set(${variable} SPDXRef-${id} PARENT_SCOPE)
+endfunction()
+
+function(_korrin_sbom_package json name version license)
+  _korrin_sbom_id(id ${name})
   string(JSON count LENGTH "${${json}}" packages)
   string(JSON result SET "${${json}}" packages ${count} "{
-    \"SPDXID\": \"SPDXRef-${id}\",
+    \"SPDXID\": \"${id}\",
     \"name\": \"${name}\",
     \"versionInfo\": \"${version}\",
     \"downloadLocation\": \"NOASSERTION\",
@@ -14,15 +18,42 @@ function(_korrin_sbom_package json parent name version license)
     \"licenseDeclared\": \"${license}\",
     \"filesAnalyzed\": false
   }")
-  string(JSON count LENGTH "${result}" relationships)
-  set(type DEPENDS_ON)
-  if(parent STREQUAL "DOCUMENT")
-    set(type DESCRIBES)
-  endif()
-  set(relationship "{\"spdxElementId\": \"SPDXRef-${parent}\",
-    \"relationshipType\": \"${type}\", \"relatedSpdxElement\": \"SPDXRef-${id}\"}")
-  string(JSON result SET "${result}" relationships ${count} "${relationship}")
   set(${json} "${result}" PARENT_SCOPE)
+endfunction()
+
+# _korrin_sbom_relate(document VornakKorrin DEPENDS_ON glibc...)
+function(_korrin_sbom_relate json name type)
+  _korrin_sbom_id(id ${name})
+  foreach(other ${ARGN})
+    _korrin_sbom_id(other_id ${other})
+    string(JSON count LENGTH "${${json}}" relationships)
+    string(JSON ${json} SET "${${json}}" relationships ${count}
+      "{\"spdxElementId\": \"${id}\", \"relationshipType\": \"${type}\",
+      \"relatedSpdxElement\": \"${other_id}\"}")
+  endforeach()
+  set(${json} "${${json}}" PARENT_SCOPE)
+endfunction()
+
+# The versions of libstdc++ and glibc that are compiled against, as their headers tell them.
+function(_korrin_runtime_versions libstdcxx glibc)
+  set(program ${PROJECT_BINARY_DIR}/CMakeFiles/korrin_runtimes)
+  try_compile(compiled SOURCE_FROM_CONTENT runtimes.cpp "
+    #include <cstdlib>
+    #define TEXT(x) #x
+    #define VALUE(x) TEXT(x)
+    extern const char versions[];
+    const char versions[] = \"libstdc++ \" VALUE(_GLIBCXX_RELEASE)
+      \", glibc \" VALUE(__GLIBC__) \".\" VALUE(__GLIBC_MINOR__);
+    int main(int argc, char **) { return versions[argc]; }
+    " NO_CACHE COPY_FILE ${program})
+  if(NOT compiled)
+    message(WARNING "The versions of libstdc++ and glibc are unknown.")
+    return()
+  endif()
+  file(STRINGS ${program} versions REGEX "^libstdc\\+\\+ .*, glibc ")
+  string(REGEX MATCH "libstdc\\+\\+ (.*), glibc (.*)" versions "${versions}")
+  set(${libstdcxx} "${CMAKE_MATCH_1}" PARENT_SCOPE)
+  set(${glibc} "${CMAKE_MATCH_2}" PARENT_SCOPE)
 endfunction()
 
 function(korrin_write_sbom)
@@ -42,16 +73,28 @@ function(korrin_write_sbom)
     \"packages\": [],
     \"relationships\": []
   }")
-  _korrin_sbom_package(document DOCUMENT VornakKorrin "${PROJECT_VERSION}" MIT)
-  _korrin_sbom_package(document VornakKorrin "Qt${KORRIN_QT_MAJOR}"
-    "${Qt${KORRIN_QT_MAJOR}Core_VERSION}" LGPL-3.0-only)
+  _korrin_sbom_package(document VornakKorrin "${PROJECT_VERSION}" MIT)
+  _korrin_sbom_relate(document DOCUMENT DESCRIBES VornakKorrin)
+  set(qt Qt${KORRIN_QT_MAJOR})
+  foreach(component ${KORRIN_QT_COMPONENTS})
+    _korrin_sbom_package(document ${qt}${component} "${${qt}${component}_VERSION}" LGPL-3.0-only)
+    _korrin_sbom_relate(document VornakKorrin DEPENDS_ON ${qt}${component})
+  endforeach()
+  _korrin_runtime_versions(libstdcxx glibc)
+  _korrin_sbom_package(document GCC-runtime "${libstdcxx}"
+    "GPL-3.0-or-later WITH GCC-exception-3.1")
+  _korrin_sbom_package(document glibc "${glibc}" LGPL-2.1-or-later)
+  _korrin_sbom_relate(document VornakKorrin DEPENDS_ON GCC-runtime glibc)
   if(KORRIN_BUILD_TOOLS)
-    _korrin_sbom_package(document DOCUMENT VornakKorrin-tools "${PROJECT_VERSION}" MIT)
-    _korrin_sbom_package(document VornakKorrin-tools cpp-httplib "${KORRIN_HTTPLIB_VERSION}" MIT)
-    _korrin_sbom_package(document VornakKorrin-tools SQLite "${KORRIN_SQLITE_VERSION}" blessing)
-    _korrin_sbom_package(document VornakKorrin-tools OpenSSL "${KORRIN_OPENSSL_VERSION}" Apache-2.0)
-    _korrin_sbom_package(document VornakKorrin-tools nlohmann-json "${KORRIN_JSON_VERSION}" MIT)
-    _korrin_sbom_package(document VornakKorrin-tools CLI11 "${KORRIN_CLI11_VERSION}" BSD-3-Clause)
+    _korrin_sbom_package(document VornakKorrin-tools "${PROJECT_VERSION}" MIT)
+    _korrin_sbom_relate(document DOCUMENT DESCRIBES VornakKorrin-tools)
+    _korrin_sbom_package(document cpp-httplib "${KORRIN_HTTPLIB_VERSION}" MIT)
+    _korrin_sbom_package(document SQLite "${KORRIN_SQLITE_VERSION}" blessing)
+    _korrin_sbom_package(document OpenSSL "${KORRIN_OPENSSL_VERSION}" Apache-2.0)
+    _korrin_sbom_package(document nlohmann-json "${KORRIN_JSON_VERSION}" MIT)
+    _korrin_sbom_package(document CLI11 "${KORRIN_CLI11_VERSION}" BSD-3-Clause)
+    _korrin_sbom_relate(document VornakKorrin-tools DEPENDS_ON VornakKorrin ${qt}Core cpp-httplib
+      SQLite OpenSSL nlohmann-json CLI11 GCC-runtime glibc)
   endif()
   file(WRITE ${PROJECT_BINARY_DIR}/VornakKorrin.spdx.json "${document}\n")
   install(FILES ${PROJECT_BINARY_DIR}/VornakKorrin.spdx.json DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -23,7 +23,7 @@ namespace
 // More allocations than any call makes.
 constexpr int MAX_POSITION = 5000;
 
-/// No call leaves these: success, the groups, and what no code of today's Qt is mapped to.
+/// No call that fails leaves these: success, and the groups.
 const QList<int> WITHOUT_EXAMPLE = {KORRIN_ERROR_NONE, KORRIN_ERROR_CLIENT_APPLICATION,
                                     KORRIN_ERROR_SERVER, KORRIN_ERROR_NETWORK, KORRIN_ERROR_SYSTEM};
 

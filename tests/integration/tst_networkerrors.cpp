@@ -64,6 +64,7 @@ private Q_SLOTS:
     void encodedAnswerIsDecoded_data();
     void encodedAnswerIsDecoded();
     void encodedAnswerIsDecodedHoweverFarItShrank();
+    void encodedAnswerThatGrowsWithoutEndIsRefused();
     void keptAliveConnectionIsNotAwaited();
     void cookiesAreNotKept();
 
@@ -446,6 +447,19 @@ void tst_NetworkErrors::encodedAnswerIsDecodedHoweverFarItShrank()
     QCOMPARE(errorOf(handle), QByteArray("0||(data size):20000000"));
     QCOMPARE(result, 1);
     QVERIFY(data == content);
+}
+
+void tst_NetworkErrors::encodedAnswerThatGrowsWithoutEndIsRefused()
+{
+    if (qVersion()[0] == '5')
+        QSKIP("Qt 5 has no such bound");
+    const QByteArray packed = qCompress(QByteArray(257 * 1024 * 1024, 'x')).mid(4);
+    answerWith(*server, answer(200, "OK", "text/plain", packed, {"Content-Encoding: deflate"}));
+    Handle handle(baseParameters(server->url(), "remote_access"));
+    QCOMPARE(handle.recvData(), 0);
+    QCOMPARE(errorOf(handle),
+             QByteArray("303|network content error.(200 OK)|network content error.(200 OK) "
+                        "(QNetworkReply: 299 Decompression failed: )"));
 }
 
 void tst_NetworkErrors::keptAliveConnectionIsNotAwaited()

@@ -24,6 +24,7 @@ namespace
 
 const QList<QByteArray> CALLS = {"check", "send", "sendFile", "recv", "recvFile"};
 const QList<QByteArray> MODES = {"update", "remote_access", "submit_info", "s3_upload"};
+const QByteArray OLD_CONTENT = "what was there before";
 
 /// What an answer should be.
 QByteArray goodAnswer(const HttpRequest &request)
@@ -82,6 +83,19 @@ QByteArray cell(const QByteArray &text, const QString &directory)
     return line.toUtf8();
 }
 
+/// The local file of a call.
+QString pathOf(const QString &directory, const QByteArray &call, const QByteArray &mode)
+{
+    return directory + QLatin1Char('/') + QString::fromLatin1(call + '-' + mode);
+}
+
+void writeFile(const QString &path, const QByteArray &content)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(content), qint64(content.size()));
+}
+
 /// What the calls that send are given, and what their handles have sent before, if anything.
 struct Sent {
     QByteArray data = "data";
@@ -98,12 +112,7 @@ Outcome outcomeOf(const QByteArray &call, const QByteArray &mode, const Paramete
     for (const auto &parameter : parameters)
         handle.set(parameter.first, parameter.second);
     handle.set("send_data_type", "update_log");
-    const QString path = directory + QLatin1Char('/') + QString::fromLatin1(call + '-' + mode);
-    if (call == "sendFile") {
-        QFile file(path);
-        if (file.open(QIODevice::WriteOnly))
-            file.write(sent.data);
-    }
+    const QString path = pathOf(directory, call, mode);
     const QByteArray localPath = path.toLocal8Bit();
     const int result = call == "check" ? handle.checkEnable()
         : call == "send"               ? handle.sendData(sent.data)
@@ -212,6 +221,9 @@ private:
     /// Makes all calls in all modes at once. @param parameters  is asked for those of each
     Outcomes outcomesFor(const std::function<Parameters()> &parameters, const Sent &sent = Sent());
     QByteArray rowsFor(const QByteArray &fault, const Parameters &parameters);
+    void writeFiles(const Sent &sent);
+    /// A received file has replaced the old one if its call says so, and no other file is left.
+    void checkFiles(const Outcomes &outcomes);
     void compare(const QByteArray &fault, const QByteArray &rows);
 
     QTemporaryDir directory;
@@ -227,9 +239,36 @@ void tst_FaultMatrix::initTestCase()
     QVERIFY(directory.isValid());
 }
 
+void tst_FaultMatrix::writeFiles(const Sent &sent)
+{
+    for (const QByteArray &mode : MODES) {
+        writeFile(pathOf(directory.path(), "sendFile", mode), sent.data);
+        writeFile(pathOf(directory.path(), "recvFile", mode), OLD_CONTENT);
+    }
+}
+
+void tst_FaultMatrix::checkFiles(const Outcomes &outcomes)
+{
+    for (const Outcome &outcome : outcomes) {
+        if (outcome.call != "recvFile")
+            continue;
+        QFile file(pathOf(directory.path(), outcome.call, outcome.mode));
+        QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(file.fileName()));
+        const QByteArray content = file.readAll();
+        if (outcome.text.startsWith("1 "))
+            QVERIFY(outcome.text.endsWith("(data size):" + QByteArray::number(content.size())));
+        else
+            QCOMPARE(content, OLD_CONTENT);
+    }
+    const QDir files(directory.path(), QString(), QDir::Name,
+                     QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    QCOMPARE(int(files.count()), int(2 * MODES.size()));
+}
+
 Outcomes tst_FaultMatrix::outcomesFor(const std::function<Parameters()> &parameters,
                                       const Sent &sent)
 {
+    writeFiles(sent);
     Outcomes outcomes(static_cast<size_t>(CALLS.size() * MODES.size()));
     std::vector<std::thread> threads;
     size_t index = 0;
@@ -243,6 +282,7 @@ Outcomes tst_FaultMatrix::outcomesFor(const std::function<Parameters()> &paramet
     }
     for (std::thread &thread : threads)
         thread.join();
+    checkFiles(outcomes);
     return outcomes;
 }
 
