@@ -1,8 +1,7 @@
-/* A C host whose threads make calls with a cloud log, one handle each.
+/* A C host, linked to the library, whose threads make calls with a cloud log, one handle each.
  * Usage: loghost URL DIRECTORY NAME THREADS CALLS. The product number of call C of thread T is
  * "NAME-T-C". Exits 0 when all calls returned. */
 #include "korrin.h"
-#include "korrinlib.h"
 
 #include <pthread.h>
 #include <stdio.h>
@@ -10,24 +9,23 @@
 
 enum { MAX_THREADS = 64 };
 
-static struct KorrinLib lib;
 static char **arguments;
 
 static void *makeCalls(void *number)
 {
     const int calls = atoi(arguments[5]);
-    void *handle = lib.createHandle();
-    lib.setParameter(handle, KORRIN_KEY_SERVER_URL, arguments[1]);
-    lib.setParameter(handle, KORRIN_KEY_MODE, KORRIN_MODE_UPDATE);
-    lib.setParameter(handle, KORRIN_KEY_RECV_TIMEOUT, "20");
-    lib.setParameter(handle, KORRIN_KEY_CLOUD_LOG_FILE_SAVE_DIR, arguments[2]);
+    void *handle = korrinCreateHandle();
+    korrinSetParameter(handle, KORRIN_KEY_SERVER_URL, arguments[1]);
+    korrinSetParameter(handle, KORRIN_KEY_MODE, KORRIN_MODE_UPDATE);
+    korrinSetParameter(handle, KORRIN_KEY_RECV_TIMEOUT, "20");
+    korrinSetParameter(handle, KORRIN_KEY_CLOUD_LOG_FILE_SAVE_DIR, arguments[2]);
     for (int call = 0; call < calls; ++call) {
         char product[64];
         snprintf(product, sizeof product, "%s-%d-%d", arguments[3], *(int *)number, call);
-        lib.setParameter(handle, KORRIN_KEY_PRODUCT_NO, product);
-        lib.checkEnable(handle);
+        korrinSetParameter(handle, KORRIN_KEY_PRODUCT_NO, product);
+        korrinCheckEnable(handle);
     }
-    lib.disposeHandle(handle);
+    korrinDisposeHandle(handle);
     return NULL;
 }
 
@@ -38,8 +36,7 @@ int main(int count, char **values)
     if (count != 6 || atoi(values[4]) > MAX_THREADS)
         return 2;
     arguments = values;
-    loadKorrin(&lib);
-    lib.open();
+    korrinOpen();
     const int threadCount = atoi(values[4]);
     for (int i = 0; i < threadCount; ++i) {
         numbers[i] = i;
@@ -48,6 +45,6 @@ int main(int count, char **values)
     }
     for (int i = 0; i < threadCount; ++i)
         pthread_join(threads[i], NULL);
-    lib.close();
+    korrinClose();
     return 0;
 }
