@@ -1,5 +1,6 @@
+#include "device.h"
 #include "faultyhost.h"
-#include "logcloud.h"
+#include "killedrun.h"
 #include "scripthost.h"
 
 #include <QDir>
@@ -27,35 +28,6 @@ bool isLongForm()
 {
     return qEnvironmentVariableIsSet("KORRIN_LONG");
 }
-
-/// A device in a process of its own that keeps its log in a directory.
-class Device
-{
-public:
-    Device(const LogCloud &cloud, const QTemporaryDir &directory,
-           const QHash<QString, QString> &environment = {})
-        : host(directory.path(), environment)
-    {
-        host.call("open");
-        handle = host.create();
-        for (const auto &[key, value] : QList<std::pair<QByteArray, QByteArray>>{
-                 {"server_url", cloud.url()},
-                 {"mode", "update"},
-                 {"recv_timeout", "10"},
-                 {"cloud_log_file_save_dir", directory.path().toLocal8Bit()}})
-            host.set(handle, key, value);
-    }
-
-    /// @return true when the call returned, and with it the promise that the record is safe
-    bool call(const QByteArray &product)
-    {
-        return host.set(handle, "product_no", product) == 1 && host.check(handle) >= 0;
-    }
-
-private:
-    ScriptHost host;
-    QByteArray handle;
-};
 
 /// A host with a handle that talks to the server and keeps its log in its working directory.
 class LocalHost
@@ -113,7 +85,6 @@ private:
     void write(const char *name, const QByteArray &bytes) const;
     void keepRecords(LogCloud &cloud) const;
     QList<QByteArray> writingCalls() const;
-    QList<QByteArray> history(Device &device, LogCloud &cloud, bool *survived);
 
     QScopedPointer<QTemporaryDir> directory;
 };
@@ -136,54 +107,17 @@ void tst_LogDurability::write(const char *name, const QByteArray &bytes) const
     QCOMPARE(file.write(bytes), qint64(bytes.size()));
 }
 
-/// Three records are kept, then one of them goes out, then all. @return the calls that returned
-QList<QByteArray> tst_LogDurability::history(Device &device, LogCloud &cloud, bool *survived)
-{
-    QList<QByteArray> returned;
-    const QList<QPair<QByteArray, int>> calls = {{"P1", 0}, {"P2", 0},  {"P3", 0}, {"P4", 1},
-                                                 {"P5", 0}, {"P6", -1}, {"P7", -1}};
-    *survived = false;
-    for (const auto &call : calls) {
-        cloud.take(call.second);
-        if (!device.call(call.first))
-            return returned;
-        returned << call.first;
-    }
-    *survived = true;
-    return returned;
-}
-
 void tst_LogDurability::killBeforeAnyCall()
 {
     bool survived = false;
     int number = 0;
     while (!survived && ++number < MOST_CALLS) {
         init();
-        LogCloud cloud;
-        QList<QByteArray> returned;
-        {
-            Device device(
-                cloud, *directory,
-                faultEnvironment(directory->path(), "any," + QByteArray::number(number) + ",kill"));
-            returned = history(device, cloud, &survived);
-        }
-        const QByteArray underWay = cloud.lastTaken();
-        cloud.take(-1);
-        Device next(cloud, *directory);
-        // What was left in a temporary file comes a call later.
-        QVERIFY(next.call("next") && next.call("last"));
-
-        const QHash<QByteArray, int> taken = cloud.taken();
-        const QByteArray where = "killed before call " + QByteArray::number(number) + ": ";
-        for (const QByteArray &product : returned)
-            QVERIFY2(taken.value(product) > 0, (where + product + " is lost").constData());
-        for (auto it = taken.begin(); it != taken.end(); ++it) {
-            QVERIFY2(it.value() == 1 || (it.value() == 2 && it.key() == underWay),
-                     (where + it.key() + " arrived " + QByteArray::number(it.value()) + " times")
-                         .constData());
-        }
-        QVERIFY2(cloud.broken().isEmpty(), (where + cloud.broken().value(0)).constData());
-        QCOMPARE(QDir(directory->path()).entryList(QDir::Files), QStringList());
+        const QByteArray fault = "any," + QByteArray::number(number) + ",kill";
+        const KilledRun run =
+            killAndRestart(directory->path(), faultEnvironment(directory->path(), fault));
+        QVERIFY2(run.complaint.isEmpty(), (fault + ": " + run.complaint).constData());
+        survived = run.survived;
     }
     QVERIFY(survived);
     QVERIFY2(number > 60, QByteArray::number(number).constData());
@@ -216,7 +150,7 @@ void tst_LogDurability::failingCalls_data()
 void tst_LogDurability::keepRecords(LogCloud &cloud) const
 {
     cloud.take(0);
-    Device healthy(cloud, *directory);
+    Device healthy(cloud, directory->path());
     QVERIFY(healthy.call("T1"));
     QVERIFY(QFile::rename(path(), path("aside")));
     for (const char *product : {"P1", "P2", "P3"})
@@ -237,7 +171,7 @@ void tst_LogDurability::failingCalls()
         keepRecords(cloud);
         const QByteArray fault = call + ',' + QByteArray::number(++number) + ',' + action;
         {
-            Device sick(cloud, *directory, faultEnvironment(directory->path(), fault));
+            Device sick(cloud, directory->path(), faultEnvironment(directory->path(), fault));
             QElapsedTimer timer;
             timer.start();
             for (const auto &[product, records] :
@@ -249,7 +183,7 @@ void tst_LogDurability::failingCalls()
         }
         hasFailed = hasStruck(directory->path());
         cloud.take(-1);
-        Device next(cloud, *directory);
+        Device next(cloud, directory->path());
         QVERIFY(next.call("next") && next.call("last"));
         const QByteArray left = contents() + contents("cloudlog.txt_");
         const auto times = [&](const QByteArray &product) {
@@ -287,7 +221,7 @@ void tst_LogDurability::recordIsSyncedWhenTheCallReturns()
 {
     LogCloud cloud;
     cloud.take(0);
-    Device device(cloud, *directory, faultEnvironment(directory->path(), "any,0,none"));
+    Device device(cloud, directory->path(), faultEnvironment(directory->path(), "any,0,none"));
     QVERIFY(device.call("P1"));
     QCOMPARE(writingCalls(),
              QList<QByteArray>({"write cloudlog.txt", "sync cloudlog.txt", "sync ."}));
@@ -298,10 +232,10 @@ void tst_LogDurability::restIsSyncedBeforeItTakesTheLogsPlace()
     LogCloud cloud;
     cloud.take(0);
     {
-        Device healthy(cloud, *directory);
+        Device healthy(cloud, directory->path());
         QVERIFY(healthy.call("P1") && healthy.call("P2"));
     }
-    Device device(cloud, *directory, faultEnvironment(directory->path(), "any,0,none"));
+    Device device(cloud, directory->path(), faultEnvironment(directory->path(), "any,0,none"));
     cloud.take(1);
     QVERIFY(device.call("P3"));
     QCOMPARE(writingCalls(),
@@ -313,7 +247,7 @@ void tst_LogDurability::restIsSyncedBeforeItTakesTheLogsPlace()
 void tst_LogDurability::fileIsTheOwnersOnly()
 {
     LogCloud cloud;
-    Device device(cloud, *directory);
+    Device device(cloud, directory->path());
     cloud.take(0);
     QVERIFY(device.call("P1"));
     const QFile::Permissions ownerOnly = QFile::ReadOwner | QFile::WriteOwner;
@@ -330,7 +264,7 @@ void tst_LogDurability::fileIsTheOwnersOnly()
 void tst_LogDurability::tornRecordDoesNotRunIntoTheNext()
 {
     LogCloud cloud;
-    Device device(cloud, *directory);
+    Device device(cloud, directory->path());
     cloud.take(0);
     QVERIFY(device.call("P1"));
     const QByteArray whole = contents();
@@ -360,7 +294,7 @@ void tst_LogDurability::lineOfNulBytesTakesNoRecordWithIt()
     LogCloud cloud;
     cloud.take(0);
     write("cloudlog.txt", "is=cloudlog&rec=1\n" + line);
-    Device device(cloud, *directory);
+    Device device(cloud, directory->path());
     QVERIFY(device.call("P1"));
     cloud.take(-1);
     QVERIFY(device.call("P2"));
@@ -399,7 +333,7 @@ void tst_LogDurability::recordIsReadWhenItIsWhole()
 void tst_LogDurability::foreignTextIsContinued()
 {
     LogCloud cloud;
-    Device device(cloud, *directory);
+    Device device(cloud, directory->path());
     cloud.take(0);
     write("cloudlog.txt", "is=cloudlog&rec=1");
     QVERIFY(device.call("P1"));
