@@ -14,6 +14,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 using namespace korrintest;
@@ -22,6 +23,24 @@ namespace
 {
 
 const int MOST_CALLS = 500;
+
+// What the host itself takes for them. Until the machine lets it, and the server, more may pass.
+constexpr double RECORDS_CPU_MS = 1000;
+constexpr qint64 RECORDS_PATIENCE_MS = 5000;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int SLOWDOWN = 10; // a sanitizer slows all of it down
+#else
+constexpr int SLOWDOWN = 1;
+#endif
+
+/// Of the processes that this one has started and that have ended.
+double cpuMsOfHosts()
+{
+    rusage usage = {};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    const auto toMs = [](const timeval &time) { return time.tv_sec * 1e3 + time.tv_usec / 1e3; };
+    return toMs(usage.ru_utime) + toMs(usage.ru_stime);
+}
 
 /// The tests' long form, which takes minutes.
 bool isLongForm()
@@ -74,7 +93,7 @@ private Q_SLOTS:
     void interruptedRewritingIsTakenUp();
     void sentRecordsAreMarkedUntilTheFileIsGone();
     void restThatCannotBeWrittenLeavesTheFileAsItWas();
-    void thousandKeptRecordsGoOutQuickly();
+    void thousandKeptRecordsGoOutInASecond();
 
 private:
     QString path(const char *name = "cloudlog.txt") const
@@ -192,8 +211,9 @@ void tst_LogDurability::failingCalls()
         const auto seen = [&](const QByteArray &product) {
             return fault + ": " + product + ' ' + QByteArray::number(times(product));
         };
-        // What cannot be marked, or not be removed, may come again.
-        const int mostT1 = call == "remove" ? MOST_CALLS : 1;
+        // What cannot be marked may come again. A temporary file that can never be removed is put
+        // before the log by both calls that leave a rest, and then takes the log's place itself.
+        const int mostT1 = call == "remove" && action.endsWith("forever") ? 3 : 1;
         const int mostP1 = call == "open" || call == "write" ? 2 : 1;
         QVERIFY2(times("T1") >= 1 && times("T1") <= mostT1, seen("T1").constData());
         QVERIFY2(times("P1") >= 1 && times("P1") <= mostP1, seen("P1").constData());
@@ -426,7 +446,7 @@ void tst_LogDurability::restThatCannotBeWrittenLeavesTheFileAsItWas()
     QVERIFY(QFileInfo(path("cloudlog.txt_")).isDir());
 }
 
-void tst_LogDurability::thousandKeptRecordsGoOutQuickly()
+void tst_LogDurability::thousandKeptRecordsGoOutInASecond()
 {
     int count = 0;
     ScriptedServer server([&](Connection &connection, const HttpRequest &request) {
@@ -438,13 +458,22 @@ void tst_LogDurability::thousandKeptRecordsGoOutQuickly()
     for (int i = 0; i < 1000; ++i)
         kept += "is=cloudlog&lang=en&pn=" + QByteArray::number(i) + QByteArray(300, 'x') + '\n';
     write("cloudlog.txt", kept);
-    LocalHost host(server, *directory);
-    QElapsedTimer timer;
-    timer.start();
-    QCOMPARE(host.check(), 1);
-    qInfo("1,000 kept records went out in %lld ms", static_cast<long long>(timer.elapsed()));
+    const double cpuMsBefore = cpuMsOfHosts();
+    qint64 elapsedMs = 0;
+    {
+        LocalHost host(server, *directory);
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(host.check(), 1);
+        elapsedMs = timer.elapsed();
+    }
+    const double cpuMs = cpuMsOfHosts() - cpuMsBefore;
+    qInfo("1,000 kept records went out in %lld ms and took %.0f ms of the host's processor",
+          static_cast<long long>(elapsedMs), cpuMs);
     QCOMPARE(count, 1001);
     QVERIFY(!QFile::exists(path()));
+    QVERIFY(cpuMs > 0 && cpuMs < RECORDS_CPU_MS * SLOWDOWN);
+    QVERIFY(elapsedMs < RECORDS_PATIENCE_MS * SLOWDOWN);
 }
 
 QTEST_GUILESS_MAIN(tst_LogDurability)
