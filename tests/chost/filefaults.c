@@ -5,7 +5,8 @@
  *
  * CALL is open, read, write, sync, rename, remove or any. ACTION is kill (the process, before the
  * call), short (a write of half the bytes), none, or the number of an error. A file ".struck" in
- * the directory tells that the n-th call was made; ".calls" names all calls and their files. */
+ * the directory tells that the n-th call was made; with none, ".calls" names all calls and their
+ * files. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -96,7 +97,8 @@ static void noteCall(const char *call, const char *name)
 /* What befalls this call: NONE, SHORT, or an error number. Does not return from a kill. */
 static int faultOf(const char *call, const char *name)
 {
-    noteCall(call, name);
+    if (action == NONE)
+        noteCall(call, name);
     if (strcmp(wantedCall, "any") != 0 && strcmp(wantedCall, call) != 0)
         return NONE;
     pthread_mutex_lock(&mutex);
@@ -104,7 +106,8 @@ static int faultOf(const char *call, const char *name)
     pthread_mutex_unlock(&mutex);
     if (lasting ? number < wantedNumber : number != wantedNumber)
         return NONE;
-    leaveNote(".struck", "");
+    if (number == wantedNumber)
+        leaveNote(".struck", "");
     if (action == KILL)
         kill(getpid(), SIGKILL);
     return action;

@@ -6,6 +6,7 @@
  *   stderr PATH   send standard error to a file from now on
  *   locale        setlocale(LC_ALL, NULL)
  *   descriptors N open files until only N more can be opened; -1 closes them again
+ *   mark          getppid(), from which syscallkill counts
  *
  * H is a number that "create" gave, "null", or "foreign" for a pointer that is no handle. KEY,
  * VALUE, DATA and PATH are hexadecimal bytes, "-" for an empty text or "null" for a null pointer.
@@ -150,6 +151,8 @@ static void run(char **words)
         answerText(1, setlocale(LC_ALL, NULL));
     else if (strcmp(command, "descriptors") == 0)
         leaveDescriptors(atoi(words[1]));
+    else if (strcmp(command, "mark") == 0)
+        answer(getppid() > 0, "", 0);
     else
         answerText(-1, "unknown command");
 }

@@ -3,16 +3,12 @@
  * timing. Usage: syscallcount FILE PROGRAM [ARGUMENT...]. Exits as the program does, or with 77
  * where ptrace(2) is not permitted. */
 #define _GNU_SOURCE
-#include <errno.h>
-#include <signal.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <sys/ptrace.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "tracing.h"
 
-enum { OPTIONS = PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACECLONE | PTRACE_O_EXITKILL };
+#include <stdio.h>
+#include <sys/syscall.h>
+
+static long count;
 
 static int isWaiting(long number)
 {
@@ -30,59 +26,17 @@ static int isWaiting(long number)
     }
 }
 
-/* Whether the thread, which has stopped at a system call, is about to enter one that counts. */
-static int isCounted(pid_t thread)
+static void countCall(pid_t program, long number)
 {
-    struct __ptrace_syscall_info info = {0};
-    if (ptrace(PTRACE_GET_SYSCALL_INFO, thread, sizeof info, &info) <= 0)
-        return 0;
-    return info.op == PTRACE_SYSCALL_INFO_ENTRY && !isWaiting((long)info.entry.nr);
-}
-
-/* Follows all threads until the program has ended. */
-static int follow(pid_t program, long *count)
-{
-    for (;;) {
-        int status = 0;
-        const pid_t thread = waitpid(-1, &status, __WALL);
-        if (thread < 0 && errno == EINTR)
-            continue;
-        if (thread < 0)
-            return 1;
-        if (WIFEXITED(status) || WIFSIGNALED(status)) {
-            if (thread == program)
-                return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
-            continue;
-        }
-        int signal = WSTOPSIG(status);
-        if (signal == (SIGTRAP | 0x80))
-            *count += isCounted(thread);
-        if (signal == (SIGTRAP | 0x80) || signal == SIGTRAP || signal == SIGSTOP)
-            signal = 0;
-        ptrace(PTRACE_SYSCALL, thread, 0, signal);
-    }
+    (void)program;
+    count += !isWaiting(number);
 }
 
 int main(int argc, char **argv)
 {
     if (argc < 3)
         return 64;
-    const pid_t program = fork();
-    if (program == 0) {
-        if (ptrace(PTRACE_TRACEME, 0, 0, 0) != 0)
-            _exit(77);
-        raise(SIGSTOP);
-        execv(argv[2], argv + 2);
-        _exit(127);
-    }
-    int status = 0;
-    if (program < 0 || waitpid(program, &status, 0) < 0)
-        return 126;
-    if (!WIFSTOPPED(status) || ptrace(PTRACE_SETOPTIONS, program, 0, OPTIONS) != 0
-        || ptrace(PTRACE_SYSCALL, program, 0, 0) != 0)
-        return 77;
-    long count = 0;
-    status = follow(program, &count);
+    const int status = runTraced(argv + 2, countCall);
     FILE *file = fopen(argv[1], "w");
     if (!file)
         return 126;

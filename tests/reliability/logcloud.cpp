@@ -14,6 +14,7 @@ void LogCloud::take(int records)
     std::lock_guard<std::mutex> locker(mutex);
     left = records;
     turn = 0;
+    last.clear();
 }
 
 void LogCloud::takeInTurns(int records)

@@ -17,6 +17,8 @@ public:
     LogCloud();
 
     QByteArray url() const { return server.url(); }
+    /// Ends all connections, and with them what is still being taken.
+    void stop() { server.stop(); }
     /// Takes so many of the records to come, and breaks off the connections of the others;
     /// negative: takes all.
     void take(int records);
@@ -25,7 +27,7 @@ public:
 
     /// How often the record of each product was taken.
     QHash<QByteArray, int> taken() const;
-    /// The product of the record taken last.
+    /// The product of the record taken last since take().
     QByteArray lastTaken() const;
     /// Taken records that are not whole.
     QList<QByteArray> broken() const;

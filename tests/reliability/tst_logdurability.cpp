@@ -1,5 +1,6 @@
+#include "device.h"
 #include "faultyhost.h"
-#include "logcloud.h"
+#include "killedrun.h"
 #include "scripthost.h"
 
 #include <QDir>
@@ -13,6 +14,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 using namespace korrintest;
@@ -22,40 +24,29 @@ namespace
 
 const int MOST_CALLS = 500;
 
+// What the host itself takes for them. Until the machine lets it, and the server, more may pass.
+constexpr double RECORDS_CPU_MS = 1000;
+constexpr qint64 RECORDS_PATIENCE_MS = 5000;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int SLOWDOWN = 10; // a sanitizer slows all of it down
+#else
+constexpr int SLOWDOWN = 1;
+#endif
+
+/// Of the processes that this one has started and that have ended.
+double cpuMsOfHosts()
+{
+    rusage usage = {};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    const auto toMs = [](const timeval &time) { return time.tv_sec * 1e3 + time.tv_usec / 1e3; };
+    return toMs(usage.ru_utime) + toMs(usage.ru_stime);
+}
+
 /// The tests' long form, which takes minutes.
 bool isLongForm()
 {
     return qEnvironmentVariableIsSet("KORRIN_LONG");
 }
-
-/// A device in a process of its own that keeps its log in a directory.
-class Device
-{
-public:
-    Device(const LogCloud &cloud, const QTemporaryDir &directory,
-           const QHash<QString, QString> &environment = {})
-        : host(directory.path(), environment)
-    {
-        host.call("open");
-        handle = host.create();
-        for (const auto &[key, value] : QList<std::pair<QByteArray, QByteArray>>{
-                 {"server_url", cloud.url()},
-                 {"mode", "update"},
-                 {"recv_timeout", "10"},
-                 {"cloud_log_file_save_dir", directory.path().toLocal8Bit()}})
-            host.set(handle, key, value);
-    }
-
-    /// @return true when the call returned, and with it the promise that the record is safe
-    bool call(const QByteArray &product)
-    {
-        return host.set(handle, "product_no", product) == 1 && host.check(handle) >= 0;
-    }
-
-private:
-    ScriptHost host;
-    QByteArray handle;
-};
 
 /// A host with a handle that talks to the server and keeps its log in its working directory.
 class LocalHost
@@ -102,7 +93,7 @@ private Q_SLOTS:
     void interruptedRewritingIsTakenUp();
     void sentRecordsAreMarkedUntilTheFileIsGone();
     void restThatCannotBeWrittenLeavesTheFileAsItWas();
-    void thousandKeptRecordsGoOutQuickly();
+    void thousandKeptRecordsGoOutInASecond();
 
 private:
     QString path(const char *name = "cloudlog.txt") const
@@ -113,7 +104,6 @@ private:
     void write(const char *name, const QByteArray &bytes) const;
     void keepRecords(LogCloud &cloud) const;
     QList<QByteArray> writingCalls() const;
-    QList<QByteArray> history(Device &device, LogCloud &cloud, bool *survived);
 
     QScopedPointer<QTemporaryDir> directory;
 };
@@ -136,54 +126,17 @@ void tst_LogDurability::write(const char *name, const QByteArray &bytes) const
     QCOMPARE(file.write(bytes), qint64(bytes.size()));
 }
 
-/// Three records are kept, then one of them goes out, then all. @return the calls that returned
-QList<QByteArray> tst_LogDurability::history(Device &device, LogCloud &cloud, bool *survived)
-{
-    QList<QByteArray> returned;
-    const QList<QPair<QByteArray, int>> calls = {{"P1", 0}, {"P2", 0},  {"P3", 0}, {"P4", 1},
-                                                 {"P5", 0}, {"P6", -1}, {"P7", -1}};
-    *survived = false;
-    for (const auto &call : calls) {
-        cloud.take(call.second);
-        if (!device.call(call.first))
-            return returned;
-        returned << call.first;
-    }
-    *survived = true;
-    return returned;
-}
-
 void tst_LogDurability::killBeforeAnyCall()
 {
     bool survived = false;
     int number = 0;
     while (!survived && ++number < MOST_CALLS) {
         init();
-        LogCloud cloud;
-        QList<QByteArray> returned;
-        {
-            Device device(
-                cloud, *directory,
-                faultEnvironment(directory->path(), "any," + QByteArray::number(number) + ",kill"));
-            returned = history(device, cloud, &survived);
-        }
-        const QByteArray underWay = cloud.lastTaken();
-        cloud.take(-1);
-        Device next(cloud, *directory);
-        // What was left in a temporary file comes a call later.
-        QVERIFY(next.call("next") && next.call("last"));
-
-        const QHash<QByteArray, int> taken = cloud.taken();
-        const QByteArray where = "killed before call " + QByteArray::number(number) + ": ";
-        for (const QByteArray &product : returned)
-            QVERIFY2(taken.value(product) > 0, (where + product + " is lost").constData());
-        for (auto it = taken.begin(); it != taken.end(); ++it) {
-            QVERIFY2(it.value() == 1 || (it.value() == 2 && it.key() == underWay),
-                     (where + it.key() + " arrived " + QByteArray::number(it.value()) + " times")
-                         .constData());
-        }
-        QVERIFY2(cloud.broken().isEmpty(), (where + cloud.broken().value(0)).constData());
-        QCOMPARE(QDir(directory->path()).entryList(QDir::Files), QStringList());
+        const QByteArray fault = "any," + QByteArray::number(number) + ",kill";
+        const KilledRun run =
+            killAndRestart(directory->path(), faultEnvironment(directory->path(), fault));
+        QVERIFY2(run.complaint.isEmpty(), (fault + ": " + run.complaint).constData());
+        survived = run.survived;
     }
     QVERIFY(survived);
     QVERIFY2(number > 60, QByteArray::number(number).constData());
@@ -216,7 +169,7 @@ void tst_LogDurability::failingCalls_data()
 void tst_LogDurability::keepRecords(LogCloud &cloud) const
 {
     cloud.take(0);
-    Device healthy(cloud, *directory);
+    Device healthy(cloud, directory->path());
     QVERIFY(healthy.call("T1"));
     QVERIFY(QFile::rename(path(), path("aside")));
     for (const char *product : {"P1", "P2", "P3"})
@@ -237,7 +190,7 @@ void tst_LogDurability::failingCalls()
         keepRecords(cloud);
         const QByteArray fault = call + ',' + QByteArray::number(++number) + ',' + action;
         {
-            Device sick(cloud, *directory, faultEnvironment(directory->path(), fault));
+            Device sick(cloud, directory->path(), faultEnvironment(directory->path(), fault));
             QElapsedTimer timer;
             timer.start();
             for (const auto &[product, records] :
@@ -249,7 +202,7 @@ void tst_LogDurability::failingCalls()
         }
         hasFailed = hasStruck(directory->path());
         cloud.take(-1);
-        Device next(cloud, *directory);
+        Device next(cloud, directory->path());
         QVERIFY(next.call("next") && next.call("last"));
         const QByteArray left = contents() + contents("cloudlog.txt_");
         const auto times = [&](const QByteArray &product) {
@@ -258,8 +211,9 @@ void tst_LogDurability::failingCalls()
         const auto seen = [&](const QByteArray &product) {
             return fault + ": " + product + ' ' + QByteArray::number(times(product));
         };
-        // What cannot be marked, or not be removed, may come again.
-        const int mostT1 = call == "remove" ? MOST_CALLS : 1;
+        // What cannot be marked may come again. A temporary file that can never be removed is put
+        // before the log by both calls that leave a rest, and then takes the log's place itself.
+        const int mostT1 = call == "remove" && action.endsWith("forever") ? 3 : 1;
         const int mostP1 = call == "open" || call == "write" ? 2 : 1;
         QVERIFY2(times("T1") >= 1 && times("T1") <= mostT1, seen("T1").constData());
         QVERIFY2(times("P1") >= 1 && times("P1") <= mostP1, seen("P1").constData());
@@ -287,7 +241,7 @@ void tst_LogDurability::recordIsSyncedWhenTheCallReturns()
 {
     LogCloud cloud;
     cloud.take(0);
-    Device device(cloud, *directory, faultEnvironment(directory->path(), "any,0,none"));
+    Device device(cloud, directory->path(), faultEnvironment(directory->path(), "any,0,none"));
     QVERIFY(device.call("P1"));
     QCOMPARE(writingCalls(),
              QList<QByteArray>({"write cloudlog.txt", "sync cloudlog.txt", "sync ."}));
@@ -298,10 +252,10 @@ void tst_LogDurability::restIsSyncedBeforeItTakesTheLogsPlace()
     LogCloud cloud;
     cloud.take(0);
     {
-        Device healthy(cloud, *directory);
+        Device healthy(cloud, directory->path());
         QVERIFY(healthy.call("P1") && healthy.call("P2"));
     }
-    Device device(cloud, *directory, faultEnvironment(directory->path(), "any,0,none"));
+    Device device(cloud, directory->path(), faultEnvironment(directory->path(), "any,0,none"));
     cloud.take(1);
     QVERIFY(device.call("P3"));
     QCOMPARE(writingCalls(),
@@ -313,7 +267,7 @@ void tst_LogDurability::restIsSyncedBeforeItTakesTheLogsPlace()
 void tst_LogDurability::fileIsTheOwnersOnly()
 {
     LogCloud cloud;
-    Device device(cloud, *directory);
+    Device device(cloud, directory->path());
     cloud.take(0);
     QVERIFY(device.call("P1"));
     const QFile::Permissions ownerOnly = QFile::ReadOwner | QFile::WriteOwner;
@@ -330,7 +284,7 @@ void tst_LogDurability::fileIsTheOwnersOnly()
 void tst_LogDurability::tornRecordDoesNotRunIntoTheNext()
 {
     LogCloud cloud;
-    Device device(cloud, *directory);
+    Device device(cloud, directory->path());
     cloud.take(0);
     QVERIFY(device.call("P1"));
     const QByteArray whole = contents();
@@ -360,7 +314,7 @@ void tst_LogDurability::lineOfNulBytesTakesNoRecordWithIt()
     LogCloud cloud;
     cloud.take(0);
     write("cloudlog.txt", "is=cloudlog&rec=1\n" + line);
-    Device device(cloud, *directory);
+    Device device(cloud, directory->path());
     QVERIFY(device.call("P1"));
     cloud.take(-1);
     QVERIFY(device.call("P2"));
@@ -399,7 +353,7 @@ void tst_LogDurability::recordIsReadWhenItIsWhole()
 void tst_LogDurability::foreignTextIsContinued()
 {
     LogCloud cloud;
-    Device device(cloud, *directory);
+    Device device(cloud, directory->path());
     cloud.take(0);
     write("cloudlog.txt", "is=cloudlog&rec=1");
     QVERIFY(device.call("P1"));
@@ -492,7 +446,7 @@ void tst_LogDurability::restThatCannotBeWrittenLeavesTheFileAsItWas()
     QVERIFY(QFileInfo(path("cloudlog.txt_")).isDir());
 }
 
-void tst_LogDurability::thousandKeptRecordsGoOutQuickly()
+void tst_LogDurability::thousandKeptRecordsGoOutInASecond()
 {
     int count = 0;
     ScriptedServer server([&](Connection &connection, const HttpRequest &request) {
@@ -504,13 +458,22 @@ void tst_LogDurability::thousandKeptRecordsGoOutQuickly()
     for (int i = 0; i < 1000; ++i)
         kept += "is=cloudlog&lang=en&pn=" + QByteArray::number(i) + QByteArray(300, 'x') + '\n';
     write("cloudlog.txt", kept);
-    LocalHost host(server, *directory);
-    QElapsedTimer timer;
-    timer.start();
-    QCOMPARE(host.check(), 1);
-    qInfo("1,000 kept records went out in %lld ms", static_cast<long long>(timer.elapsed()));
+    const double cpuMsBefore = cpuMsOfHosts();
+    qint64 elapsedMs = 0;
+    {
+        LocalHost host(server, *directory);
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(host.check(), 1);
+        elapsedMs = timer.elapsed();
+    }
+    const double cpuMs = cpuMsOfHosts() - cpuMsBefore;
+    qInfo("1,000 kept records went out in %lld ms and took %.0f ms of the host's processor",
+          static_cast<long long>(elapsedMs), cpuMs);
     QCOMPARE(count, 1001);
     QVERIFY(!QFile::exists(path()));
+    QVERIFY(cpuMs > 0 && cpuMs < RECORDS_CPU_MS * SLOWDOWN);
+    QVERIFY(elapsedMs < RECORDS_PATIENCE_MS * SLOWDOWN);
 }
 
 QTEST_GUILESS_MAIN(tst_LogDurability)

@@ -10,17 +10,19 @@ namespace
 constexpr int PATIENCE_MS = 20000;
 }
 
-ScriptHost::ScriptHost(const QString &workingDirectory, const QHash<QString, QString> &environment)
+ScriptHost::ScriptHost(const QString &workingDirectory, const QHash<QString, QString> &environment,
+                       const QStringList &runner)
 {
     QProcessEnvironment variables = QProcessEnvironment::systemEnvironment();
-    for (auto it = environment.cbegin(); it != environment.cend(); ++it)
-        variables.insert(it.key(), it.value());
     // The fixed clock is preloaded before the sanitizer of a build that has one.
     variables.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0"));
+    for (auto it = environment.cbegin(); it != environment.cend(); ++it)
+        variables.insert(it.key(), it.value());
     process.setProcessEnvironment(variables);
     if (!workingDirectory.isEmpty())
         process.setWorkingDirectory(workingDirectory);
-    process.start(QStringLiteral(KORRIN_TEST_SCRIPTHOST), QStringList());
+    const QStringList command = runner + QStringList(QStringLiteral(KORRIN_TEST_SCRIPTHOST));
+    process.start(command.first(), command.mid(1));
     process.waitForStarted(PATIENCE_MS);
 }
 

@@ -4,6 +4,7 @@
 #include <QByteArray>
 #include <QHash>
 #include <QProcess>
+#include <QStringList>
 
 namespace korrintest
 {
@@ -18,8 +19,10 @@ public:
         QByteArray bytes;
     };
 
+    /// @param runner  a program, and its arguments, that runs the host
     explicit ScriptHost(const QString &workingDirectory = QString(),
-                        const QHash<QString, QString> &environment = {});
+                        const QHash<QString, QString> &environment = {},
+                        const QStringList &runner = {});
     ~ScriptHost();
 
     /// Makes one call and waits for its answer.
