@@ -34,7 +34,7 @@ static int follow(pid_t program, SystemCallWatcher watcher)
             return 1;
         if (WIFEXITED(status) || WIFSIGNALED(status)) {
             if (thread == program)
-                return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+                return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
             continue;
         }
         int signal = WSTOPSIG(status);

@@ -7,7 +7,8 @@
 /* Called when a thread is about to make the system call of this number. */
 typedef void (*SystemCallWatcher)(pid_t program, long number);
 
-/* Returns the program's exit status, or 77 where ptrace(2) is not permitted. */
+/* Returns the program's exit status, 128 and the signal's number when one ended it, or 77 where
+ * ptrace(2) is not permitted. */
 int runTraced(char **commandLine, SystemCallWatcher watcher);
 
 #endif

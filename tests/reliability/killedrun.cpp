@@ -73,7 +73,8 @@ KilledRun killAndRestart(const QString &directory, const QHash<QString, QString>
     const QHash<QByteArray, int> takenAfter = after.taken();
     for (auto it = takenAfter.begin(); it != takenAfter.end(); ++it)
         taken[it.key()] += it.value();
-    const QByteArray complaint = complaintAbout(taken, returned, before.lastTaken());
+    const QByteArray complaint =
+        complaintAbout(taken, returned, survived ? QByteArray() : before.lastTaken());
     const QList<QByteArray> broken = before.broken() + after.broken();
     if (!complaint.isEmpty() || !broken.isEmpty())
         return {survived, complaint.isEmpty() ? broken.first() : complaint};

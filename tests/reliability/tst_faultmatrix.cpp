@@ -343,6 +343,11 @@ void tst_FaultMatrix::answers_data()
         << Fault([](Connection &connection, const HttpRequest &, const QByteArray &good) {
                connection.sendInPieces(good, 50, 20);
            });
+    QTest::newRow("an answer 300 ms late")
+        << Fault([](Connection &connection, const HttpRequest &, const QByteArray &good) {
+               if (!connection.waitForPeerClose(300))
+                   connection.send(good);
+           });
     QTest::newRow("malformed status line") << sendsInstead("HELLO WORLD\r\n\r\n");
     QTest::newRow("malformed header") << sends([](const QByteArray &good) {
         return QByteArray(good).replace("Content-Type", "no colon here\r\nContent-Type");
@@ -370,6 +375,9 @@ void tst_FaultMatrix::answers_data()
             const QByteArray items = request.method == "GET" ? request.query() : request.body;
             connection.send(xmlAnswer(formValue(items, "is"), "0", "77", "Not today."));
         });
+    QTest::newRow("white space between the elements") << sends([](const QByteArray &good) {
+        return withBody(good, good.mid(bodyAt(good)).replace("><", ">\n  <"));
+    });
     QTest::newRow("no XML") << sendsInstead(answer(200, "OK", "text/html", "<p>Please log in"));
     QTest::newRow("an empty answer") << sendsInstead(answer(200, "OK", "text/xml", ""));
     QTest::newRow("nested entities")

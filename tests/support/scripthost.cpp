@@ -1,6 +1,9 @@
 #include "scripthost.h"
 
 #include <QFile>
+#include <QtTest>
+
+#include <csignal>
 
 namespace korrintest
 {
@@ -8,7 +11,8 @@ namespace korrintest
 namespace
 {
 constexpr int PATIENCE_MS = 20000;
-}
+constexpr int KILLED = 128 + SIGKILL; // what a runner exits with, as a shell does
+} // namespace
 
 ScriptHost::ScriptHost(const QString &workingDirectory, const QHash<QString, QString> &environment,
                        const QStringList &runner)
@@ -28,7 +32,18 @@ ScriptHost::ScriptHost(const QString &workingDirectory, const QHash<QString, QSt
 
 ScriptHost::~ScriptHost()
 {
-    finish();
+    const QByteArray errors = finish();
+    QVERIFY2(hasEndedWell(), errors.constData());
+}
+
+/// Neither has it crashed, nor has a sanitizer anything to say at its end.
+bool ScriptHost::hasEndedWell() const
+{
+    // After a crash, the exit code is the signal's number.
+    const bool wasKilled = process.exitStatus() == QProcess::CrashExit
+        ? process.exitCode() == SIGKILL && !isStuck
+        : process.exitCode() == KILLED;
+    return wasKilled || (process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0);
 }
 
 ScriptHost::Answer ScriptHost::call(const QByteArray &command)
@@ -80,8 +95,11 @@ QByteArray ScriptHost::word(const QByteArray &bytes)
 QByteArray ScriptHost::finish()
 {
     process.closeWriteChannel();
-    if (!process.waitForFinished(PATIENCE_MS))
+    if (process.state() != QProcess::NotRunning && !process.waitForFinished(PATIENCE_MS)) {
+        isStuck = true;
         process.kill();
+        process.waitForFinished(PATIENCE_MS);
+    }
     return process.readAllStandardError();
 }
 

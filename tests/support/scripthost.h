@@ -23,6 +23,7 @@ public:
     explicit ScriptHost(const QString &workingDirectory = QString(),
                         const QHash<QString, QString> &environment = {},
                         const QStringList &runner = {});
+    /// Fails the test when the host has not ended well, unless it was killed.
     ~ScriptHost();
 
     /// Makes one call and waits for its answer.
@@ -46,7 +47,10 @@ public:
     QByteArray finish();
 
 private:
+    bool hasEndedWell() const;
+
     QProcess process;
+    bool isStuck = false;
 };
 
 } // namespace korrintest
