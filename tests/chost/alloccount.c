@@ -1,7 +1,8 @@
 /* Preloaded into a host: counts what it allocates, all threads together, and at its end writes two
- * numbers into the file KORRIN_COUNT_FILE: all blocks, and those of KORRIN_COUNT_LARGE bytes and
- * more. */
+ * numbers into the file KORRIN_COUNT_FILE: all blocks, and those that came to have
+ * KORRIN_COUNT_LARGE bytes or more. */
 #define _GNU_SOURCE
+#include <malloc.h>
 #include <stdatomic.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -15,11 +16,13 @@ static atomic_long blocks;
 static atomic_long largeBlocks;
 static size_t largeBytes = (size_t)-1;
 
-__attribute__((constructor)) static void readEnvironment(void)
+__attribute__((constructor)) static void prepare(void)
 {
     const char *bytes = getenv("KORRIN_COUNT_LARGE");
     if (bytes)
         largeBytes = (size_t)strtoul(bytes, NULL, 10);
+    /* Fixed: left alone, it rises with the blocks freed, and large ones come from the heap too. */
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
 }
 
 __attribute__((destructor)) static void writeCounts(void)
@@ -34,27 +37,29 @@ __attribute__((destructor)) static void writeCounts(void)
     fclose(file);
 }
 
-static void count(size_t size)
+/* A block of size bytes, in the place of one of oldSize bytes. A large one that grows or shrinks
+ * counts once: the C library moves its pages and copies nothing. */
+static void count(size_t oldSize, size_t size)
 {
     atomic_fetch_add(&blocks, 1);
-    if (size >= largeBytes)
+    if (oldSize < largeBytes && size >= largeBytes)
         atomic_fetch_add(&largeBlocks, 1);
 }
 
 void *malloc(size_t size)
 {
-    count(size);
+    count(0, size);
     return __libc_malloc(size);
 }
 
 void *calloc(size_t number, size_t size)
 {
-    count(number * size);
+    count(0, number * size);
     return __libc_calloc(number, size);
 }
 
 void *realloc(void *block, size_t size)
 {
-    count(size);
+    count(malloc_usable_size(block), size);
     return __libc_realloc(block, size);
 }

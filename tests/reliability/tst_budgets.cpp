@@ -18,24 +18,25 @@ constexpr int ATTEMPTS = 3;
 
 /// What one run of a program counts.
 enum class Counted {
-    Memory,     ///< blocks allocated, and those of half the body's size or more: its copies
+    Memory,     ///< blocks allocated, and those of the body's size or more: its copies
     SystemCalls ///< but for those that only wait for a thread or wake one
 };
 
-/// What the library may take beyond what Qt alone takes.
+/// What the library may take beyond what Qt alone takes; below zero it must take less.
 struct Budget {
     QByteArray operation; ///< as the benchmark's programs name it
     QByteArray description;
     int blocks;
-    int bodyBlocks;
+    int copies; ///< in all: how many Qt alone makes depends on the moment
     int systemCalls;
 };
 
+// Near to what is seen, which docs/reliability.md tells: what a limit allows more passes unseen.
 const QList<Budget> BUDGETS = {
     {"check", "check", 60, 0, 20},
     {"log", "check with its log record", 160, 0, 40},
-    {"receive", "receive 8 MiB to a file", 400, 1, 300},
-    {"upload", "put 8 MiB, signed", 50, 0, 50},
+    {"receive", "receive 8 MiB to a file", 200, 1, 120},
+    {"upload", "put 8 MiB, signed", -900, 1, -250},
 };
 
 QList<double> numbersIn(const QString &path)
@@ -71,8 +72,8 @@ private:
                            Counted counted);
     /// Of one exchange: the difference between many and few, so that starting does not count.
     QList<double> costOf(const QString &program, const QByteArray &operation, Counted counted);
-    /// The library adds no more than @p limits to what Qt alone takes.
-    void compare(const QByteArray &operation, Counted counted, const QList<int> &limits);
+    /// The library keeps within @p budget.
+    void compare(const Budget &budget, Counted counted);
 
     QTemporaryDir directory;
     QProcess server;
@@ -108,7 +109,7 @@ QList<double> tst_Budgets::count(const QString &program, const QStringList &argu
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(KORRIN_TEST_ALLOCCOUNT));
         environment.insert(QStringLiteral("KORRIN_COUNT_FILE"), counts);
-        environment.insert(QStringLiteral("KORRIN_COUNT_LARGE"), QString::number(BODY_BYTES / 2));
+        environment.insert(QStringLiteral("KORRIN_COUNT_LARGE"), QString::number(BODY_BYTES));
         process.setProcessEnvironment(environment);
         process.start(program, arguments);
     }
@@ -145,22 +146,27 @@ QList<double> tst_Budgets::costOf(const QString &program, const QByteArray &oper
     return each;
 }
 
-void tst_Budgets::compare(const QByteArray &operation, Counted counted, const QList<int> &limits)
+void tst_Budgets::compare(const Budget &budget, Counted counted)
 {
+    const bool isMemory = counted == Counted::Memory;
+    const int limit = isMemory ? budget.blocks : budget.systemCalls;
     bool isWithin = false;
     // On a busy machine a body arrives in more pieces, now for the one, now for the other.
     for (int attempt = 0; attempt < ATTEMPTS && !isWithin; ++attempt) {
-        const QList<double> bare = costOf(QStringLiteral(KORRIN_BENCH_QT), operation, counted);
+        const QList<double> bare =
+            costOf(QStringLiteral(KORRIN_BENCH_QT), budget.operation, counted);
         const QList<double> library =
-            costOf(QStringLiteral(KORRIN_BENCH_KORRIN), operation, counted);
-        QCOMPARE(bare.size(), limits.size());
-        QCOMPARE(library.size(), limits.size());
+            costOf(QStringLiteral(KORRIN_BENCH_KORRIN), budget.operation, counted);
+        QCOMPARE(int(bare.size()), isMemory ? 2 : 1);
+        QCOMPARE(library.size(), bare.size());
         QVERIFY(bare.first() > 0 && library.first() > 0);
-        isWithin = true;
-        for (int i = 0; i < limits.size(); ++i) {
-            qInfo("Qt alone: %.1f; the library: %.1f; it may add %d", bare.at(i), library.at(i),
-                  limits.at(i));
-            isWithin = isWithin && library.at(i) - bare.at(i) <= limits.at(i);
+        qInfo("Qt alone: %.1f; the library: %.1f; it may add %d", bare.first(), library.first(),
+              limit);
+        isWithin = library.first() - bare.first() <= limit;
+        if (isMemory) {
+            qInfo("The library copies the body %.1f times; it may %d times", library.last(),
+                  budget.copies);
+            isWithin = isWithin && library.last() <= budget.copies;
         }
     }
     QVERIFY(isWithin);
@@ -176,8 +182,7 @@ void tst_Budgets::memory_data()
 void tst_Budgets::memory()
 {
     QFETCH(int, row);
-    const Budget &budget = BUDGETS.at(row);
-    compare(budget.operation, Counted::Memory, {budget.blocks, budget.bodyBlocks});
+    compare(BUDGETS.at(row), Counted::Memory);
 }
 
 void tst_Budgets::systemCalls_data()
@@ -193,17 +198,17 @@ void tst_Budgets::systemCalls()
         {directory.filePath(QStringLiteral("counts")), QStringLiteral("/bin/true")});
     if (status == NOT_PERMITTED)
         QSKIP("ptrace is not permitted here");
-    const Budget &budget = BUDGETS.at(row);
-    compare(budget.operation, Counted::SystemCalls, {budget.systemCalls});
+    compare(BUDGETS.at(row), Counted::SystemCalls);
 }
 
 void tst_Budgets::tableIsWhatIsTested()
 {
-    QByteArray table = "| Call | Allocations | Copies of the body | System calls |\n"
-                       "|---|---|---|---|\n";
+    QByteArray table =
+        "| Call | Allocations, added | Copies of the body, in all | System calls, added |\n"
+        "|---|---|---|---|\n";
     for (const Budget &budget : BUDGETS) {
         table += "| " + budget.description + " | " + QByteArray::number(budget.blocks) + " | "
-            + QByteArray::number(budget.bodyBlocks) + " | " + QByteArray::number(budget.systemCalls)
+            + QByteArray::number(budget.copies) + " | " + QByteArray::number(budget.systemCalls)
             + " |\n";
     }
     const QByteArray difference =
