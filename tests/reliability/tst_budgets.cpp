@@ -35,7 +35,7 @@ struct Budget {
 const QList<Budget> BUDGETS = {
     {"check", "check", 60, 0, 20},
     {"log", "check with its log record", 160, 0, 40},
-    {"receive", "receive 8 MiB to a file", 200, 1, 160},
+    {"receive", "receive 8 MiB to a file", 300, 1, 160},
     {"upload", "put 8 MiB, signed", -900, 1, -250},
 };
 
