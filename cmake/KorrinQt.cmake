@@ -44,4 +44,9 @@ if(KORRIN_BUILD_TESTS)
   add_library(korrin_qt_test INTERFACE)
   add_library(Korrin::QtTest ALIAS korrin_qt_test)
   target_link_libraries(korrin_qt_test INTERFACE korrin_qt Qt${KORRIN_QT_MAJOR}::Test)
+  # Qt 6 defines them with each target's place, and then no precompiled header can be shared.
+  target_compile_options(korrin_qt_test INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-UQT_TESTCASE_BUILDDIR>
+    $<$<COMPILE_LANGUAGE:CXX>:-UQT_TESTCASE_SOURCEDIR>
+  )
 endif()
