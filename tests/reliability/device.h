@@ -9,7 +9,8 @@
 namespace korrintest
 {
 
-/// A device in a process of its own that keeps its log in a directory.
+/// A device in a process of its own that keeps its log in a directory. Two of its records are more
+/// than the library reads at once.
 class Device
 {
 public:
@@ -23,6 +24,7 @@ public:
                  {"server_url", cloud.url()},
                  {"mode", "update"},
                  {"recv_timeout", "10"},
+                 {"download_file_path", QByteArray(RECORD_BYTES, 'f')},
                  {"cloud_log_file_save_dir", QFile::encodeName(directory)}})
             host.set(handle, key, value);
     }
@@ -30,13 +32,15 @@ public:
     /// From here on, its system calls are counted.
     void mark() { host.call("mark"); }
 
-    /// @return true when the call returned, and with it the promise that the record is safe
+    /// @return true when the call succeeded, and with it the promise that the record is safe
     bool call(const QByteArray &product)
     {
-        return host.set(handle, "product_no", product) == 1 && host.check(handle) >= 0;
+        return host.set(handle, "product_no", product) == 1 && host.check(handle) == 1;
     }
 
 private:
+    static constexpr int RECORD_BYTES = 9000;
+
     ScriptHost host;
     QByteArray handle;
 };

@@ -34,11 +34,12 @@ QList<QByteArray> runHistory(Device &device, LogCloud &cloud)
     return returned;
 }
 
+/// @param safe      the products whose records must not be lost
 /// @param underWay  the product of the record that may have been posted while the kill came
-QByteArray complaintAbout(const QHash<QByteArray, int> &taken, const QList<QByteArray> &returned,
+QByteArray complaintAbout(const QHash<QByteArray, int> &taken, const QList<QByteArray> &safe,
                           const QByteArray &underWay)
 {
-    for (const QByteArray &product : returned) {
+    for (const QByteArray &product : safe) {
         if (taken.value(product) == 0)
             return product + " is lost";
     }
@@ -49,12 +50,30 @@ QByteArray complaintAbout(const QHash<QByteArray, int> &taken, const QList<QByte
     return {};
 }
 
+QString tempFileIn(const QString &directory)
+{
+    return directory + QStringLiteral("/cloudlog.txt_");
+}
+
 } // namespace
+
+void leaveTemporaryFile(const QString &directory)
+{
+    LogCloud away;
+    away.take(0);
+    Device device(away, directory);
+    if (!device.call("T1")
+        || !QFile::rename(directory + QStringLiteral("/cloudlog.txt"), tempFileIn(directory)))
+        qFatal("no temporary file can be left");
+}
 
 KilledRun killAndRestart(const QString &directory, const QHash<QString, QString> &environment,
                          const QStringList &runner)
 {
     LogCloud before;
+    QList<QByteArray> safe;
+    if (QFile::exists(tempFileIn(directory)))
+        safe << "T1";
     QList<QByteArray> returned;
     {
         Device device(before, directory, environment, runner);
@@ -65,8 +84,11 @@ KilledRun killAndRestart(const QString &directory, const QHash<QString, QString>
 
     LogCloud after;
     Device next(after, directory);
-    // What was left in a temporary file comes a call later.
-    if (!next.call("next") || !next.call("last"))
+    // What was left in a temporary file comes a call later than what is kept in the log.
+    after.take(0);
+    const bool isKept = next.call("next");
+    after.take(-1);
+    if (!isKept || !next.call("later") || !next.call("last"))
         return {survived, "the next device fails"};
 
     QHash<QByteArray, int> taken = before.taken();
@@ -74,7 +96,7 @@ KilledRun killAndRestart(const QString &directory, const QHash<QString, QString>
     for (auto it = takenAfter.begin(); it != takenAfter.end(); ++it)
         taken[it.key()] += it.value();
     const QByteArray complaint =
-        complaintAbout(taken, returned, survived ? QByteArray() : before.lastTaken());
+        complaintAbout(taken, safe + returned, survived ? QByteArray() : before.lastTaken());
     const QList<QByteArray> broken = before.broken() + after.broken();
     if (!complaint.isEmpty() || !broken.isEmpty())
         return {survived, complaint.isEmpty() ? broken.first() : complaint};

@@ -14,8 +14,12 @@ struct KilledRun {
     QByteArray complaint;  ///< empty when each record is where it is to be
 };
 
-/// Lets a device that the environment or the runner kills keep and send records in an empty
-/// directory, and then another one, unharmed, send what is left there.
+/// The record of product "T1" waits in the temporary file, as an earlier, interrupted run leaves
+/// it.
+void leaveTemporaryFile(const QString &directory);
+
+/// Lets a device that the environment or the runner kills keep and send records in a directory
+/// without a log, and then another one, unharmed, send what is left there.
 KilledRun killAndRestart(const QString &directory, const QHash<QString, QString> &environment,
                          const QStringList &runner = {});
 

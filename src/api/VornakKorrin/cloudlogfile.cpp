@@ -72,16 +72,19 @@ off_t lastLineOf(int fd, off_t size)
 }
 
 /// Whether the file ends in a record of which a loss of power has left only the beginning, or NUL
-/// bytes in its place, or which has been marked as sent.
+/// bytes in its place, or which has been marked as sent; or in what cannot be read.
 bool endsInTornRecord(int fd, off_t size)
 {
     if (endsInLineBreak(fd, size))
         return false;
     const off_t line = lastLineOf(fd, size);
+    if (line == size)
+        return false;
     char begin[sizeof RECORD_BEGIN];
     const auto length = std::min(static_cast<size_t>(size - line), sizeof RECORD_BEGIN - 1);
-    return readAllAt(fd, begin, length, line) == static_cast<ssize_t>(length)
-        && (begin[0] == SENT || std::memcmp(begin, RECORD_BEGIN, length) == 0);
+    if (readAllAt(fd, begin, length, line) != static_cast<ssize_t>(length))
+        return true;
+    return begin[0] == SENT || std::memcmp(begin, RECORD_BEGIN, length) == 0;
 }
 
 /// Copies a file from @p offset on; "\r" is left out, as in what is read to be sent.
@@ -172,6 +175,7 @@ bool CloudLogFile::fill()
     const ssize_t got =
         readAllAt(fd, buffer.data() + size, PIECE_BYTES, position + static_cast<off_t>(size));
     buffer.resize(size + static_cast<int>(std::max<ssize_t>(got, 0)));
+    isUnreadable = got < 0;
     return got > 0;
 }
 
@@ -194,6 +198,9 @@ bool CloudLogFile::readLine(QByteArray *line)
         const DirectoryLock lock(directory.constData());
         end = fillToLineBreak();
     }
+    // Half a record that cannot be read on is not taken for a whole one.
+    if (end < 0 && isUnreadable)
+        return false;
     *line = end < 0 ? buffer : buffer.left(end + 1);
     buffer.remove(0, line->size());
     recordOffset = position;

@@ -34,7 +34,8 @@ public:
     /// Opens the file to send what it holds. False when there is none, or another thread or process
     /// is sending it.
     bool openForSending();
-    /// The next record that has not gone out, with its line break. False at the end.
+    /// The next record that has not gone out, with its line break. False at the end, and where the
+    /// file cannot be read on.
     bool readRecord(QByteArray *record);
     /// The record read last need not be sent again.
     void dropRecord();
@@ -65,10 +66,11 @@ private:
 
     int fd = -1;
     bool canMark = false;
-    QByteArray buffer;      ///< read from the file, not yet taken
-    off_t position = 0;     ///< in the file, of the buffer's first byte
-    off_t recordOffset = 0; ///< of the record read last
-    char recordStart = 0;   ///< its first byte
+    bool isUnreadable = false; ///< the last look at the file ended in an error
+    QByteArray buffer;         ///< read from the file, not yet taken
+    off_t position = 0;        ///< in the file, of the buffer's first byte
+    off_t recordOffset = 0;    ///< of the record read last
+    char recordStart = 0;      ///< its first byte
     QVector<Mark> marks;
 };
 
