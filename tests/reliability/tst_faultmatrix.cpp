@@ -65,6 +65,31 @@ Fault sendsInstead(const QByteArray &bytes)
     return sends([bytes](const QByteArray &) { return bytes; });
 }
 
+/// What a proxy does.
+struct ProxyFault {
+    QByteArray credentials; ///< that the handle has, "user:password"
+    int challenges = 0;     ///< more than the right credentials ask for; negative: for ever
+    int refusal = 0;        ///< the status that it answers with; 0: what the server answers
+    bool isThere = true;
+};
+
+/// For a simulator with the certificate "server".
+QStringList tlsArguments(const QTemporaryDir &files)
+{
+    return {QStringLiteral("--tls-cert"), files.filePath(QStringLiteral("server.pem")),
+            QStringLiteral("--tls-key"), files.filePath(QStringLiteral("server.key"))};
+}
+
+/// Uploads to an object's path; the other calls replace it.
+Parameters parametersFor(const Simulator &cloud)
+{
+    return {{"server_url", cloud.url() + "kx-logs/a"},
+            {"product_no", "KX-200"},
+            {"download_file_path", "kx-200-1.4.bin"},
+            {"aws_access_key", "KORRINSIMACCESSKEY"},
+            {"aws_secret_access_key", "korrin/sim+secret"}};
+}
+
 /// What a host sees of a call.
 struct Outcome {
     QByteArray call;
@@ -233,6 +258,7 @@ private:
 };
 
 Q_DECLARE_METATYPE(Fault)
+Q_DECLARE_METATYPE(ProxyFault)
 
 void tst_FaultMatrix::initTestCase()
 {
@@ -498,40 +524,55 @@ void tst_FaultMatrix::noServer()
 
 void tst_FaultMatrix::proxies_data()
 {
-    QTest::addColumn<QByteArray>("credentials");
-    QTest::addColumn<int>("challenges"); // more than the right credentials ask for
-    QTest::addColumn<bool>("isThere");
-    QTest::newRow("proxy without credentials") << QByteArray() << 0 << true;
-    QTest::newRow("proxy refuses the connection") << QByteArray() << 0 << false;
-    QTest::newRow("proxy asks for credentials that there are none of")
-        << QByteArray() << -1 << true;
-    QTest::newRow("proxy asks once") << QByteArray("user:right") << 1 << true;
-    QTest::newRow("proxy asks twice") << QByteArray("user:right") << 2 << true;
-    QTest::newRow("proxy asks for ever") << QByteArray("user:right") << -1 << true;
-    QTest::newRow("proxy with wrong credentials") << QByteArray("user:wrong") << 0 << true;
+    QTest::addColumn<bool>("isTunnel");
+    QTest::addColumn<ProxyFault>("fault");
+    for (const bool isTunnel : {false, true}) {
+        const auto add = [isTunnel](const char *name, const ProxyFault &fault) {
+            QTest::addRow("%s%s", isTunnel ? "tunnel: " : "", name) << isTunnel << fault;
+        };
+        add("proxy without credentials", {});
+        add("proxy refuses the connection", {{}, 0, 0, false});
+        add("proxy answers 403", {{}, 0, 403, true});
+        add("proxy answers 502", {{}, 0, 502, true});
+        add("proxy asks for credentials that there are none of", {{}, -1, 0, true});
+        add("proxy asks once", {"user:right", 1, 0, true});
+        add("proxy asks twice", {"user:right", 2, 0, true});
+        add("proxy asks for ever", {"user:right", -1, 0, true});
+        add("proxy with wrong credentials", {"user:wrong", 0, 0, true});
+    }
 }
 
 void tst_FaultMatrix::proxies()
 {
-    QFETCH(QByteArray, credentials);
-    QFETCH(int, challenges);
-    QFETCH(bool, isThere);
+    QFETCH(bool, isTunnel);
+    QFETCH(ProxyFault, fault);
+    const QTemporaryDir files;
+    const CertificateAuthority authority(files.path(), QStringLiteral("trusted"));
     ScriptedServer server([](Connection &connection, const HttpRequest &request) {
         connection.send(goodAnswer(request));
     });
+    Simulator tlsCloud;
+    if (isTunnel) {
+        QVERIFY(authority.issue(QStringLiteral("server"), QStringLiteral("IP:127.0.0.1"), 2));
+        QVERIFY(tlsCloud.start(tlsArguments(files)));
+    }
+    const TrustedAlone trust(authority);
     const RefusingPort refusing;
     std::vector<std::unique_ptr<ScriptedProxy>> proxies; // one each: it counts its challenges
     const Outcomes outcomes = outcomesFor([&] {
         proxies.push_back(std::make_unique<ScriptedProxy>());
         ScriptedProxy &proxy = *proxies.back();
-        if (!credentials.isEmpty() || challenges < 0)
+        if (!fault.credentials.isEmpty() || fault.challenges < 0)
             proxy.requireCredentials("user", "right");
-        proxy.setChallenges(challenges);
+        proxy.setChallenges(fault.challenges);
+        proxy.setRefusal(fault.refusal);
         const QByteArray url =
-            proxy.url(credentials.split(':').value(0), credentials.split(':').value(1));
-        return Parameters{{"server_url", server.url()},
-                          {"http_proxy", isThere ? url : "http://" + refusing.authority()},
-                          {"recv_timeout", "60"}};
+            proxy.url(fault.credentials.split(':').value(0), fault.credentials.split(':').value(1));
+        const Parameters target =
+            isTunnel ? parametersFor(tlsCloud) : Parameters{{"server_url", server.url()}};
+        return target
+            + Parameters{{"http_proxy", fault.isThere ? url : "http://" + refusing.authority()},
+                         {"recv_timeout", "60"}};
     });
     compare(QTest::currentDataTag(), rowsOf(QTest::currentDataTag(), outcomes));
 }
@@ -567,19 +608,11 @@ void tst_FaultMatrix::tls()
     const CertificateAuthority unknown(files.path(), QStringLiteral("unknown"));
     QVERIFY((isOfTrusted ? trusted : unknown).issue(QStringLiteral("server"), name, days));
     Simulator cloud;
-    QVERIFY(
-        cloud.start({QStringLiteral("--tls-cert"), files.filePath(QStringLiteral("server.pem")),
-                     QStringLiteral("--tls-key"), files.filePath(QStringLiteral("server.key"))}));
+    QVERIFY(cloud.start(tlsArguments(files)));
     const TrustedAlone trust(trusted);
-    // Uploads to an object's path; the others replace it.
     compare(QTest::currentDataTag(),
             rowsFor(QTest::currentDataTag(),
-                    {{"server_url", cloud.url() + "kx-logs/a"},
-                     {"product_no", "KX-200"},
-                     {"download_file_path", "kx-200-1.4.bin"},
-                     {"aws_access_key", "KORRINSIMACCESSKEY"},
-                     {"aws_secret_access_key", "korrin/sim+secret"},
-                     {"recv_timeout", "60"}}));
+                    parametersFor(cloud) + Parameters{{"recv_timeout", "60"}}));
 }
 
 void tst_FaultMatrix::everyPartIsCompared()

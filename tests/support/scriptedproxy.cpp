@@ -57,7 +57,9 @@ void ScriptedProxy::handle(Connection &connection, const HttpRequest &request)
                                {"Proxy-Authenticate: Basic realm=\"test\""}));
         return;
     }
-    if (request.method == "CONNECT")
+    if (refusal != 0)
+        connection.send(answer(refusal, "Refused", "text/plain", "not here"));
+    else if (request.method == "CONNECT")
         tunnel(connection, request);
     else
         forward(connection, request);

@@ -23,6 +23,8 @@ public:
     void requireCredentials(const QByteArray &user, const QByteArray &password);
     /// Refuses the first @p count requests with 407 even if their credentials are right; -1: all.
     void setChallenges(int count);
+    /// From now on answers what it would let through with this status.
+    void setRefusal(int status) { refusal = status; }
 
     int challengeCount() const { return challenged; }
     QList<HttpRequest> requests() const { return server.requests(); }
@@ -36,6 +38,7 @@ private:
     QByteArray expectedAuthorization; ///< set before the first request
     std::atomic<int> challengesLeft{0};
     std::atomic<int> challenged{0};
+    std::atomic<int> refusal{0}; ///< 0: none
     ScriptedServer server;
 };
 
