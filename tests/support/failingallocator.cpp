@@ -1,6 +1,7 @@
 #include "failingallocator.h"
 
-#include <atomic>
+#include "blockset.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -51,12 +52,13 @@ constexpr std::size_t MAX_PLACES = 8192;
 Place places[MAX_PLACES];
 
 // Plain thread-local data: whatever allocates must not allocate itself.
+thread_local bool inForce = false;
 thread_local int allocationsLeft = 0; // 0: not failing
 thread_local FailingAllocator::Extent failureExtent = FailingAllocator::Once;
 thread_local bool failed = false;
 thread_local int paused = 0;
 
-std::atomic<long> blocks{0};
+BlockSet libraryBlocks;
 
 Code codeOfModule(const char *name)
 {
@@ -141,46 +143,55 @@ _Unwind_Reason_Code visitFrame(_Unwind_Context *context, void *data)
     return isOnBehalf ? _URC_NO_REASON : _URC_NORMAL_STOP;
 }
 
-bool isMadeByLibrary(std::uintptr_t caller)
+bool isNearestLibrary(std::uintptr_t caller)
 {
     Walk walk = {caller, false, Code::Elsewhere};
     _Unwind_Backtrace(visitFrame, &walk);
     return walk.nearest == Code::Library;
 }
 
-bool shallFail(void *caller, bool isMalloc)
+bool isMadeByLibrary(void *caller, bool isMalloc)
 {
-    if (allocationsLeft == 0 || paused > 0)
+    if (!inForce || paused > 0)
         return false;
     const MemoryAvailable whileLooking;
     const auto address = reinterpret_cast<std::uintptr_t>(caller);
-    if ((isMalloc && codeAt(address) != Code::Containers) || !isMadeByLibrary(address))
+    return (!isMalloc || codeAt(address) == Code::Containers) && isNearestLibrary(address);
+}
+
+bool shallFail()
+{
+    if (allocationsLeft == 0 || --allocationsLeft > 0)
         return false;
-    if (allocationsLeft > 1) {
-        --allocationsLeft;
-        return false;
-    }
-    if (failureExtent == FailingAllocator::Once)
-        allocationsLeft = 0;
+    if (failureExtent == FailingAllocator::Forever)
+        allocationsLeft = 1;
     failed = true;
     return true;
 }
 
+template <typename Allocate>
+void *allocateFor(void *caller, bool isMalloc, Allocate allocate)
+{
+    if (!isMadeByLibrary(caller, isMalloc))
+        return allocate();
+    const MemoryAvailable coveredAlready;
+    void *block = shallFail() ? nullptr : allocate();
+    if (block)
+        libraryBlocks.insert(block);
+    return block;
+}
+
 void *allocate(std::size_t size, void *caller)
 {
-    const bool fails = shallFail(caller, false);
-    const MemoryAvailable countedAlready;
-    void *block = fails ? nullptr : std::malloc(size > 0 ? size : 1);
+    void *block = allocateFor(caller, false, [size] { return std::malloc(size > 0 ? size : 1); });
     if (!block)
         throw std::bad_alloc();
-    ++blocks;
     return block;
 }
 
 void release(void *block)
 {
-    if (block)
-        --blocks;
+    libraryBlocks.remove(block);
     std::free(block);
 }
 
@@ -193,11 +204,12 @@ FailingAllocator::FailingAllocator(int position, Extent extent)
     failed = false;
     failureExtent = extent;
     allocationsLeft = position;
+    inForce = true;
 }
 
 bool FailingAllocator::stop()
 {
-    allocationsLeft = 0;
+    inForce = false;
     return failed;
 }
 
@@ -206,9 +218,9 @@ bool FailingAllocator::coversMalloc()
     return KORRIN_COVERS_MALLOC;
 }
 
-long FailingAllocator::liveBlocks()
+long FailingAllocator::libraryBlocks()
 {
-    return blocks;
+    return korrintest::libraryBlocks.size();
 }
 
 MemoryAvailable::MemoryAvailable()
@@ -261,22 +273,35 @@ extern "C" {
 void *__libc_malloc(std::size_t size);
 void *__libc_calloc(std::size_t count, std::size_t size);
 void *__libc_realloc(void *block, std::size_t size);
+void __libc_free(void *block);
 
 void *malloc(std::size_t size) noexcept
 {
-    return korrintest::shallFail(__builtin_return_address(0), true) ? nullptr : __libc_malloc(size);
+    return korrintest::allocateFor(__builtin_return_address(0), true,
+                                   [size] { return __libc_malloc(size); });
 }
 
 void *calloc(std::size_t count, std::size_t size) noexcept
 {
-    return korrintest::shallFail(__builtin_return_address(0), true) ? nullptr
-                                                                    : __libc_calloc(count, size);
+    return korrintest::allocateFor(__builtin_return_address(0), true,
+                                   [=] { return __libc_calloc(count, size); });
 }
 
 void *realloc(void *block, std::size_t size) noexcept
 {
-    return korrintest::shallFail(__builtin_return_address(0), true) ? nullptr
-                                                                    : __libc_realloc(block, size);
+    // Forgotten first: another thread may be given the old place as soon as it is free.
+    const bool wasLibrarys = korrintest::libraryBlocks.remove(block);
+    void *resized = korrintest::allocateFor(__builtin_return_address(0), true,
+                                            [=] { return __libc_realloc(block, size); });
+    if (wasLibrarys)
+        korrintest::libraryBlocks.insert(resized ? resized : block);
+    return resized;
+}
+
+void free(void *block) noexcept
+{
+    korrintest::libraryBlocks.remove(block);
+    __libc_free(block);
 }
 }
 

@@ -28,8 +28,8 @@ public:
     /// allocated with new fails then.
     static bool coversMalloc();
 
-    /// Number of blocks that were allocated with new and not yet deleted, by all threads.
-    static long liveBlocks();
+    /// Number of the library's blocks from all scopes so far that no thread has freed yet.
+    static long libraryBlocks();
 };
 
 /// Keeps a scope inside a FailingAllocator's from failing.

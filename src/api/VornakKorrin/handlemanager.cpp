@@ -93,7 +93,10 @@ void *HandleManager::cloneHandle(void *handle)
         const auto clone = makeShared<CloudHandle>();
         QMutexLocker locker(&source->mutex);
         clone->client = source->client;
-        clone->parameters = source->parameters;
+        // One by one: Qt 5 would leak a shared map's copy when memory runs out half way.
+        const auto &parameters = source->parameters;
+        for (auto it = parameters.cbegin(); it != parameters.cend(); ++it)
+            clone->parameters.insert(it.key(), it.value());
         clone->sendFileName = source->sendFileName;
         clone->sendData = source->sendData;
         clone->recvData = source->recvData;

@@ -152,8 +152,9 @@ void HttpTask::configureProxy()
         manager->setProxy(QNetworkProxy::NoProxy);
         return;
     }
-    const QUrl server(handles->getParameter(handle, clouddefs::PKEY_SERVER_URL));
-    const QUrl url(handles->getParameter(handle, clouddefs::PKEY_HTTP_PROXY));
+    const QUrl server =
+        RequestUrl::parse(handles->getParameter(handle, clouddefs::PKEY_SERVER_URL));
+    const QUrl url = RequestUrl::parse(handles->getParameter(handle, clouddefs::PKEY_HTTP_PROXY));
     QNetworkProxy proxy(server.scheme() == HTTPS_SCHEME ? QNetworkProxy::HttpProxy
                                                         : QNetworkProxy::HttpCachingProxy);
     proxy.setHostName(url.host());

@@ -10,12 +10,19 @@ const QString PRECONNECT_SCHEMES = QStringLiteral("preconnect-");
 
 } // namespace
 
+QUrl RequestUrl::parse(const QString &text)
+{
+    QUrl url;
+    url.setUrl(text, QUrl::TolerantMode);
+    return url;
+}
+
 QUrl RequestUrl::fromText(const QString &text)
 {
     QString encoded = text;
     encoded.replace(QLatin1String("%20"), QLatin1String(" "));
     encoded.replace(QLatin1Char('%'), QLatin1String("%25"));
-    QUrl url(encoded, QUrl::TolerantMode);
+    QUrl url = parse(encoded);
     if (!url.isValid() || url.scheme().startsWith(PRECONNECT_SCHEMES))
         return QUrl();
     // Qt writes the user's name as it is into the answer to a challenge.
