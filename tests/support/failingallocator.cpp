@@ -52,7 +52,7 @@ constexpr std::size_t MAX_PLACES = 8192;
 Place places[MAX_PLACES];
 
 // Plain thread-local data: whatever allocates must not allocate itself.
-thread_local bool inForce = false;
+thread_local bool isActive = false;
 thread_local int allocationsLeft = 0; // 0: not failing
 thread_local FailingAllocator::Extent failureExtent = FailingAllocator::Once;
 thread_local bool failed = false;
@@ -152,7 +152,7 @@ bool isNearestLibrary(std::uintptr_t caller)
 
 bool isMadeByLibrary(void *caller, bool isMalloc)
 {
-    if (!inForce || paused > 0)
+    if (!isActive || paused > 0)
         return false;
     const MemoryAvailable whileLooking;
     const auto address = reinterpret_cast<std::uintptr_t>(caller);
@@ -204,12 +204,12 @@ FailingAllocator::FailingAllocator(int position, Extent extent)
     failed = false;
     failureExtent = extent;
     allocationsLeft = position;
-    inForce = true;
+    isActive = true;
 }
 
 bool FailingAllocator::stop()
 {
-    inForce = false;
+    isActive = false;
     return failed;
 }
 
